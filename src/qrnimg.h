@@ -1,0 +1,31 @@
+// Umbrella header: every public class of the library.
+#pragma once
+
+#include "platform/Array.h"
+#include "platform/Diagnostics.h"
+#include "platform/Exceptions.h"
+#include "platform/GlobalMemory.h"
+#include "platform/MessageWindow.h"
+#include "platform/Parallel.h"
+#include "platform/QrnSys.h"
+#include "platform/Rect.h"
+#include "platform/String.h"
+#include "platform/registry/Registry.h"
+
+#include "container/Header.h"
+#include "container/Image.h"
+#include "container/VmHandle.h"
+#include "container/VmImage.h"
+#include "container/VmManager.h"
+
+#include "core/LineLoop.h"
+#include "core/MessageTable.h"
+#include "core/OrbImage.h"
+#include "core/fPoint.h"
+
+#include "kernels/FilterMatrix.h"
+#include "kernels/FilterProc.h"
+#include "kernels/FilterProcEx.h"
+
+/// Library version as "major.minor.patch".
+inline const char* QrnImgVersion() { return QRNIMG_VERSION; }
