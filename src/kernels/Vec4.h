@@ -29,9 +29,7 @@ struct Vec4f {
 
   /// Per lane: mask ? a : b, where mask lanes are all ones or all zeros.
   static Vec4f Select(Mask mask, Vec4f a, Vec4f b) {
-    Raw r;
-    for (int i = 0; i < 4; ++i) r[i] = mask[i] ? a.v[i] : b.v[i];
-    return r;
+    return mask ? a.v : b.v;
   }
   friend Mask operator<(Vec4f a, Vec4f b) { return a.v < b.v; }
   friend Mask operator<=(Vec4f a, Vec4f b) { return a.v <= b.v; }
