@@ -1,0 +1,214 @@
+#include "container/Image.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+
+namespace {
+template <class T>
+void Put(CImage& image, int x, int y, int plane, T value) {
+  std::memcpy(image.GetImageAdr(x, y, plane, 0), &value, sizeof value);
+}
+}  // namespace
+
+TEST(CImage, ConstructionRejectsBadLayoutsWithAnEmptyImage) {
+  EXPECT_TRUE(CImage(-32, 0, 10, 1).IsEmpty());
+  EXPECT_TRUE(CImage(-32, 10, -5, 1).IsEmpty());
+  EXPECT_TRUE(CImage(-32, 10, 10, 0).IsEmpty());
+  EXPECT_TRUE(CImage(-32, 10, 10, 4).IsEmpty());
+  EXPECT_TRUE(CImage(12, 10, 10, 1).IsEmpty());
+  EXPECT_TRUE(CImage(-64, std::numeric_limits<int>::max(), std::numeric_limits<int>::max(), 3).IsEmpty());
+  CImage ok(-32, 10, 4, 3);
+  EXPECT_FALSE(ok.IsEmpty());
+  EXPECT_TRUE(ok.IsColor());
+  EXPECT_EQ(ok.GetDimension(), 3);
+  EXPECT_EQ(ok.GetPixelCount(), 120u);
+  EXPECT_EQ(ok.GetImageSize(), 480u);
+  CImage deferred(-32, 10, 4, 1, 1.0, 0.0, 0);
+  EXPECT_TRUE(deferred.IsEmpty());
+  EXPECT_EQ(deferred.AllocImage(), 1);
+  EXPECT_FALSE(deferred.IsEmpty());
+}
+
+TEST(CImage, GetPixelConvertsEveryFormatWithScaleAndZero) {
+  CImage u8(8, 2, 1, 1, 2.0, 10.0);
+  Put<std::uint8_t>(u8, 0, 0, 0, 200);
+  EXPECT_DOUBLE_EQ(u8.GetPixel(0, 0, 0), 410.0);
+
+  CImage s16(16, 2, 1, 1, 1.0, 32768.0);
+  s16.SetSigned(1);
+  Put<std::int16_t>(s16, 0, 0, 0, -32768);
+  EXPECT_DOUBLE_EQ(s16.GetPixel(0, 0, 0), 0.0);
+  s16.SetSigned(0);  // the same bits read as unsigned
+  EXPECT_DOUBLE_EQ(s16.GetPixel(0, 0, 0), 32768.0 + 32768.0);
+
+  CImage s32(32, 2, 1, 1);
+  Put<std::int32_t>(s32, 1, 0, 0, -7);
+  EXPECT_DOUBLE_EQ(s32.GetPixel(1, 0, 0), -7.0);
+
+  CImage f64(-64, 2, 1, 1, 0.5, 0.0);
+  Put<double>(f64, 0, 0, 0, 3.25);
+  EXPECT_DOUBLE_EQ(f64.GetPixel(0, 0, 0), 1.625);
+
+  CImage f32(-32, 2, 1, 1);
+  f32.SetBitsPixel(24);  // an unknown code reads as 0
+  EXPECT_DOUBLE_EQ(f32.GetPixel(0, 0, 0), 0.0);
+}
+
+TEST(CImage, ChangeBitsKeepsPhysicalValues) {
+  CImage image(-32, 3, 2, 1);
+  const float values[6] = {-100.5f, 0.0f, 12.25f, 1000.0f, 65000.0f, 3.0f};
+  for (int i = 0; i < 6; ++i) Put<float>(image, i % 3, i / 3, 0, values[i]);
+
+  CImage fitted(image);
+  ASSERT_EQ(fitted.ChangeBits(16, 1, 0), 1);
+  EXPECT_EQ(fitted.GetBitsPixel(), 16);
+  for (int i = 0; i < 6; ++i)  // 16-bit steps over the range 65100.5: half a step is about 0.5
+    EXPECT_NEAR(fitted.GetPixel(i % 3, i / 3, 0), values[i], 0.5) << i;
+
+  CImage clamped(image);
+  ASSERT_EQ(clamped.ChangeBits(8, 0, 0), 1);
+  EXPECT_DOUBLE_EQ(clamped.GetPixel(0, 0, 0), 0.0);    // below the byte range
+  EXPECT_DOUBLE_EQ(clamped.GetPixel(2, 0, 0), 12.0);   // rounded
+  EXPECT_DOUBLE_EQ(clamped.GetPixel(1, 1, 0), 255.0);  // above the byte range
+
+  ASSERT_EQ(fitted.ChangeBits(-64, 0, 0), 1);
+  EXPECT_DOUBLE_EQ(fitted.GetBscale(), 1.0);
+  EXPECT_NEAR(fitted.GetPixel(2, 0, 0), 12.25, 0.5);
+  EXPECT_EQ(fitted.ChangeBits(7, 0, 0), 0);
+  EXPECT_EQ(fitted.GetBitsPixel(), -64);  // a refused conversion changes nothing
+}
+
+TEST(CImage, ChangePlanesCopiesGreyAndKeepsLuminance) {
+  CImage grey(-32, 2, 2, 1);
+  Put<float>(grey, 1, 1, 0, 50.0f);
+  grey.SetLevel(0, 10, 90);
+  ASSERT_EQ(grey.ChangePlanes(3), 1);
+  EXPECT_TRUE(grey.IsColor());
+  for (int p = 0; p < 3; ++p) {
+    EXPECT_DOUBLE_EQ(grey.GetPixel(1, 1, p), 50.0);
+    EXPECT_DOUBLE_EQ(grey.GetLevelMax(p), 90.0);
+  }
+  CImage colour(-32, 1, 1, 3);
+  Put<float>(colour, 0, 0, 0, 100.0f);
+  Put<float>(colour, 0, 0, 1, 200.0f);
+  Put<float>(colour, 0, 0, 2, 50.0f);
+  ASSERT_EQ(colour.ChangePlanes(1), 1);
+  EXPECT_EQ(colour.GetDimension(), 2);
+  EXPECT_NEAR(colour.GetPixel(0, 0, 0), 0.299 * 100 + 0.587 * 200 + 0.114 * 50, 1e-3);
+  EXPECT_EQ(colour.ChangePlanes(2), 0);
+}
+
+TEST(CImage, ChangeSizeKeepsTheTopLeftAndZeroesTheRest) {
+  CImage image(-32, 3, 3, 1);
+  for (int y = 0; y < 3; ++y)
+    for (int x = 0; x < 3; ++x) Put<float>(image, x, y, 0, float(10 * y + x + 1));
+  ASSERT_EQ(image.ChangeSize(5, 2), 1);
+  EXPECT_EQ(image.GetWidth(), 5);
+  EXPECT_EQ(image.GetHeight(), 2);
+  EXPECT_DOUBLE_EQ(image.GetPixel(2, 1, 0), 13.0);
+  EXPECT_DOUBLE_EQ(image.GetPixel(4, 1, 0), 0.0);
+  EXPECT_EQ(image.ChangeSize(0, 2), 0);
+  EXPECT_EQ(image.ChangeSize(4, -1), 0);
+  EXPECT_EQ(image.GetWidth(), 5);
+}
+
+TEST(CImage, CopyCreateAndSwapCarryFormatLevelsAndHeader) {
+  CImage a(-32, 4, 3, 3);
+  a.SetLevel(2, -5, 5);
+  a.GetHeader().SetKeyword(L"OBJECT", L"M42");
+  Put<float>(a, 3, 2, 2, 9.5f);
+  CImage copy(a);
+  EXPECT_DOUBLE_EQ(copy.GetPixel(3, 2, 2), 9.5);
+  EXPECT_DOUBLE_EQ(copy.GetLevelRange(2), 10.0);
+  Put<float>(copy, 3, 2, 2, 1.0f);
+  EXPECT_DOUBLE_EQ(a.GetPixel(3, 2, 2), 9.5);  // deep copy
+
+  CImage created;
+  ASSERT_EQ(created.Create(a), 1);
+  EXPECT_EQ(created.GetPlanes(), 3);
+  EXPECT_DOUBLE_EQ(created.GetPixel(3, 2, 2), 0.0);
+
+  CImage b(8, 1, 1, 1);
+  a.Swap(&b);
+  EXPECT_EQ(a.GetBitsPixel(), 8);
+  EXPECT_EQ(b.GetPlanes(), 3);
+  EXPECT_DOUBLE_EQ(b.GetPixel(3, 2, 2), 9.5);
+  CString object;
+  EXPECT_TRUE(b.GetHeader().GetKeyword(L"OBJECT", object));
+}
+
+TEST(CImage, PlaneBuffersRoundTripAndRefuseWrongSizes) {
+  CImage image(16, 3, 2, 3);
+  auto buffer = image.CreatePlaneBuffer();
+  ASSERT_EQ(buffer.size(), 12u);
+  for (std::size_t i = 0; i < buffer.size(); ++i) buffer[i] = static_cast<unsigned char>(i + 1);
+  ASSERT_EQ(image.SetPlaneImage(1, buffer), 1);
+  EXPECT_EQ(image.GetPlaneImage(1), buffer);
+  EXPECT_EQ(image.GetPlaneImage(0), std::vector<unsigned char>(12, 0));
+  buffer.pop_back();
+  EXPECT_EQ(image.SetPlaneImage(1, buffer), 0);
+  EXPECT_EQ(image.SetPlaneImage(3, image.CreatePlaneBuffer()), 0);
+  EXPECT_TRUE(image.GetPlaneImage(-1).empty());
+}
+
+namespace {
+// A packed bitmap: 40-byte header, palette, rows bottom-up padded to 4 bytes.
+HGLOBAL MakeDib(int width, int height, int bits, const std::vector<unsigned char>& palette,
+                const std::vector<std::vector<unsigned char>>& topDownRows) {
+  const std::size_t stride = (std::size_t(width) * bits / 8 + 3) / 4 * 4;
+  HGLOBAL mem = GlobalAlloc(GHND, 40 + palette.size() + stride * height);
+  auto* p = static_cast<unsigned char*>(GlobalLock(mem));
+  const std::int32_t header[10] = {40, width, height, 1 | (bits << 16), 0, 0, 0, 0, 0, 0};
+  std::memcpy(p, header, 40);
+  std::memcpy(p + 40, palette.data(), palette.size());
+  for (int y = 0; y < height; ++y)
+    std::memcpy(p + 40 + palette.size() + stride * (height - 1 - y), topDownRows[y].data(), topDownRows[y].size());
+  GlobalUnlock(mem);
+  return mem;
+}
+}  // namespace
+
+TEST(CImage, AttachDibReadsGreyPalettesAndColourBitmaps) {
+  std::vector<unsigned char> greyPalette(1024);
+  for (int i = 0; i < 256; ++i) greyPalette[4 * i] = greyPalette[4 * i + 1] = greyPalette[4 * i + 2] = i;
+  HGLOBAL grey = MakeDib(3, 2, 8, greyPalette, {{1, 2, 3}, {4, 5, 6}});
+  CImage image;
+  ASSERT_EQ(image.AttachDIB(grey), 1);
+  EXPECT_EQ(image.GetPlanes(), 1);
+  EXPECT_EQ(image.GetBitsPixel(), 8);
+  EXPECT_DOUBLE_EQ(image.GetPixel(0, 0, 0), 1.0);  // first picture line is the last bitmap row
+  EXPECT_DOUBLE_EQ(image.GetPixel(2, 1, 0), 6.0);
+  GlobalFree(grey);
+
+  // Two pixels: pure red, then blue-ish, stored as blue, green, red.
+  HGLOBAL colour = MakeDib(2, 1, 24, {}, {{0, 0, 255, 200, 10, 20}});
+  ASSERT_EQ(image.AttachDIB(colour), 1);
+  EXPECT_EQ(image.GetPlanes(), 3);
+  EXPECT_DOUBLE_EQ(image.GetPixel(0, 0, 0), 255.0);
+  EXPECT_DOUBLE_EQ(image.GetPixel(1, 0, 0), 20.0);
+  EXPECT_DOUBLE_EQ(image.GetPixel(1, 0, 2), 200.0);
+  GlobalFree(colour);
+
+  HGLOBAL truncated = GlobalAlloc(GHND, 20);
+  EXPECT_EQ(image.AttachDIB(truncated), 0);
+  EXPECT_EQ(image.AttachDIB(nullptr), 0);
+  EXPECT_EQ(image.GetPlanes(), 3);  // a refused bitmap leaves the image alone
+  GlobalFree(truncated);
+}
+
+TEST(CImage, HistogramCullReadsAboutAMillionSamples) {
+  CImage small(-32, 100, 100, 1);
+  int x = 0, y = 0;
+  ASSERT_EQ(small.GetHistogramCull(&x, &y), 1);
+  EXPECT_EQ(x, 1);
+  CImage big(-32, 4096, 3000, 1);
+  ASSERT_EQ(big.GetHistogramCull(&x, &y), 1);
+  const double sampled = std::ceil(4096.0 / x) * std::ceil(3000.0 / y);
+  EXPECT_GE(sampled, 0.5e6);
+  EXPECT_LE(sampled, 1.0e6);
+  EXPECT_EQ(CImage().GetHistogramCull(&x, &y), 0);
+}

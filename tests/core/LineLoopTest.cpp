@@ -1,0 +1,83 @@
+#include "core/LineLoop.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <stdexcept>
+#include <vector>
+
+#include "platform/Parallel.h"
+
+TEST(CLineLoop, VisitsEveryLineOnceInContiguousChunksAndReleasesItsLocks) {
+  COrbImage src(-32, 33, 101, 3), dst(-32, 33, 101, 3);
+  std::vector<int> owner(101, -1);
+  CLineLoop loop(dst);
+  ASSERT_TRUE(loop.RunPlanes(3, 0, 101, [&](int p, int y) {
+    LOCKHANDLE in, out;
+    const float* s = src.GetImageAdr(0, y, p, VM_READONLY | VM_LOCK, &in);
+    float* d = dst.GetImageAdr(0, y, p, VM_LOCK, &out);
+    for (int x = 0; x < 33; ++x) d[x] = s[x] + float(p * 1000 + y);
+    src.Unlock(in);
+    dst.Unlock(out);
+    if (p == 0) owner[y] = CParallel::GetThreadNum();
+  }));
+  EXPECT_EQ(src.GetLockCount(), 0);
+  EXPECT_EQ(dst.GetLockCount(), 0);
+  for (int p = 0; p < 3; ++p)
+    for (int y = 0; y < 101; ++y) ASSERT_EQ(dst.GetPixelGrayRaw(32, y, p), float(p * 1000 + y));
+  // Static scheduling: thread slots never decrease along the lines.
+  for (int y = 1; y < 101; ++y) EXPECT_LE(owner[y - 1], owner[y]);
+}
+
+TEST(CLineLoop, AnExceptionInTheBodyStopsTheLoopAndIsRethrownOnTheCaller) {
+  COrbImage image(-32, 4, 64, 1);
+  CLineLoop loop(image);
+  EXPECT_THROW(loop.Run(0, 64, [](int y) {
+    if (y == 5) throw std::runtime_error("line 5");
+  }),
+               std::runtime_error);
+}
+
+TEST(CLineLoop, EscapeCancelsACancellableLoopOnlyWhenProgressIsShown) {
+  MSG msg;
+  while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE)) {
+  }
+  COrbImage image(-32, 4, 1000, 1);
+  image.ShowProgressInit(1, 6119, 1000);
+  PostMessageW(nullptr, WM_KEYDOWN, VK_ESCAPE, 0);
+  std::atomic<int> lines{0};
+  CLineLoop cancellable(image, true);
+  EXPECT_FALSE(cancellable.Run(0, 1000, [&](int) { ++lines; }));
+  EXPECT_TRUE(cancellable.IsCancelled());
+  EXPECT_LT(lines.load(), 1000);
+  image.ShowProgressEnd(nullptr);
+
+  // A short per-pixel operation ignores the answer and always finishes.
+  image.ShowProgressInit(1, 6124, 1000);
+  PostMessageW(nullptr, WM_KEYDOWN, VK_ESCAPE, 0);
+  lines = 0;
+  CLineLoop always(image, false);
+  EXPECT_TRUE(always.Run(0, 1000, [&](int) { ++lines; }));
+  EXPECT_EQ(lines.load(), 1000);
+  image.ShowProgressEnd(nullptr);
+}
+
+TEST(CLineLoop, BatchedReportsCarryTheUnitsDoneSinceTheLastReport) {
+  std::vector<LPARAM> percentages;
+  HWND host = CreateMessageWindow([&](HWND, UINT m, WPARAM w, LPARAM l) {
+    if (m == WM_QRN_PROGRESS && w == kProgressStep) percentages.push_back(l);
+    return LRESULT(0);
+  });
+  COrbImage image(-32, 4, 256, 1);
+  image.SetProgressHandle(host);
+  image.ShowProgressInit(1, 6119, 256);
+  CLineLoop loop(image, true, 64);
+  ASSERT_TRUE(loop.Run(0, 256, [](int) {}));
+  image.ShowProgress(0);  // pump what workers posted
+  image.ShowProgressEnd(nullptr);
+  DestroyWindow(host);
+  // Four reports of 64 units: 25, 50, 75 and 100 percent, in some order across threads.
+  std::sort(percentages.begin(), percentages.end());
+  percentages.erase(std::unique(percentages.begin(), percentages.end()), percentages.end());
+  EXPECT_EQ(percentages, (std::vector<LPARAM>{25, 50, 75, 100}));
+}
