@@ -11,6 +11,8 @@ install(TARGETS qrnsys qrnreg qrncim qrnimg EXPORT qrnimgTargets
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/src/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/qrnimg
   FILES_MATCHING PATTERN "*.h")
 
+install(FILES ${PROJECT_BINARY_DIR}/generated/Version.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/qrnimg)
+
 install(EXPORT qrnimgTargets NAMESPACE qrnimg:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/qrnimg)
 
 configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/qrnimgConfig.cmake.in
@@ -21,5 +23,7 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/qrnimgConfigVersion.cmake
 install(FILES ${PROJECT_BINARY_DIR}/qrnimgConfig.cmake ${PROJECT_BINARY_DIR}/qrnimgConfigVersion.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/qrnimg)
 
+# The .pc file finds its prefix relative to itself, so an installed tree can be moved.
+file(RELATIVE_PATH QRN_PC_TO_PREFIX "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/prefix")
 configure_file(${PROJECT_SOURCE_DIR}/cmake/qrnimg.pc.in ${PROJECT_BINARY_DIR}/qrnimg.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/qrnimg.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -1,6 +1,8 @@
 // Umbrella header: every public class of the library.
 #pragma once
 
+#include "Version.h"
+
 #include "platform/Array.h"
 #include "platform/Diagnostics.h"
 #include "platform/Exceptions.h"
