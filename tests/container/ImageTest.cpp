@@ -164,7 +164,7 @@ HGLOBAL MakeDib(int width, int height, int bits, const std::vector<unsigned char
   auto* p = static_cast<unsigned char*>(GlobalLock(mem));
   const std::int32_t header[10] = {40, width, height, 1 | (bits << 16), 0, 0, 0, 0, 0, 0};
   std::memcpy(p, header, 40);
-  std::memcpy(p + 40, palette.data(), palette.size());
+  if (!palette.empty()) std::memcpy(p + 40, palette.data(), palette.size());
   for (int y = 0; y < height; ++y)
     std::memcpy(p + 40 + palette.size() + stride * (height - 1 - y), topDownRows[y].data(), topDownRows[y].size());
   GlobalUnlock(mem);
