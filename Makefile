@@ -30,7 +30,7 @@ bench:
 	@bash scripts/install-deps.sh bench
 	@cmake -S . -B $(BUILD)-bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DQRN_BUILD_BENCH=ON -DQRN_BUILD_TESTS=OFF > /dev/null
 	@cmake --build $(BUILD)-bench -j $(JOBS)
-	@for b in $(BUILD)-bench/bench/bench_*; do echo "== $$b"; $$b; done
+	@python3 scripts/bench-ratios.py $(BUILD)-bench/bench/bench_*
 
 install: build
 	@cmake --install $(BUILD) --prefix $(or $(PREFIX),/usr/local)

@@ -1,0 +1,31 @@
+#!/usr/bin/env python3
+"""Runs benchmark programs and prints each result as a ratio to the copy baseline of the
+same program (the first benchmark whose name contains "Copy" and whose plane count, if any,
+matches), so each figure compares two things measured in one run."""
+import json
+import re
+import subprocess
+import sys
+
+
+def planes_of(name):
+    m = re.search(r"(grey|gray|colour|color|/1$|/3$)", name, re.I)
+    if not m:
+        return None
+    return 3 if m.group(1).lower() in ("colour", "color", "/3") else 1
+
+
+def report(program):
+    out = subprocess.run([program, "--benchmark_format=json"], capture_output=True, text=True, check=True)
+    runs = [b for b in json.loads(out.stdout)["benchmarks"] if b.get("run_type", "iteration") == "iteration"]
+    baselines = [b for b in runs if "copy" in b["name"].lower()]
+    print(f"== {program}")
+    for b in runs:
+        base = next((c for c in baselines if planes_of(c["name"]) == planes_of(b["name"])), baselines[0] if baselines else None)
+        ratio = f"{b['real_time'] / base['real_time']:.2f} x copy" if base else "no baseline"
+        print(f"  {b['name']:<60} {b['real_time']:10.2f} {b['time_unit']}  {ratio}")
+
+
+if __name__ == "__main__":
+    for program in sys.argv[1:]:
+        report(program)
