@@ -20,6 +20,7 @@
 #include "container/VmImage.h"
 #include "container/VmManager.h"
 
+#include "core/Color.h"
 #include "core/LineLoop.h"
 #include "core/MessageTable.h"
 #include "core/OrbImage.h"
