@@ -30,5 +30,19 @@
 #include "kernels/FilterProc.h"
 #include "kernels/FilterProcEx.h"
 
+#include "ops/level/ImgAutoStretch.h"
+#include "ops/level/ImgBright.h"
+#include "ops/level/ImgColorBalance.h"
+#include "ops/level/ImgColorCorrect.h"
+#include "ops/level/ImgCutOff.h"
+#include "ops/level/ImgFalseColor.h"
+#include "ops/level/ImgHstEql.h"
+#include "ops/level/ImgInvert.h"
+#include "ops/level/ImgLabColorEnhance.h"
+#include "ops/level/ImgNormalize.h"
+#include "ops/level/ImgReduceTone.h"
+#include "ops/level/ImgToneCurve.h"
+#include "ops/level/ImgWindowing.h"
+
 /// Library version as "major.minor.patch".
 inline const char* QrnImgVersion() { return QRNIMG_VERSION; }

@@ -37,8 +37,10 @@ void CImgBright::Do(float* brightness, float* contrast, double average, COrbImag
   const auto row = UseVector() ? &DoBright_x : &DoBright;
   ShowProgressInit(progress, 6115, r.Height() * planes);
   ForEachRow(*this, *src, r, planes, [&](int p, const float* s, float* d, int n) {
-    if (copy[p]) CopyRow(s, d, n);
-    else row(s, d, n, param[p]);
+    if (copy[p])
+      CopyRow(s, d, n);
+    else
+      row(s, d, n, param[p]);
   });
   ShowProgressEnd(nullptr);
 }

@@ -46,6 +46,23 @@ void ForEachRow(COrbImage& dst, const COrbImage& src, const Region& r, int plane
   });
 }
 
+/// Calls body(in, out, width) for every line of the region with the line addresses of the
+/// three planes (a grey src gives its one plane three times), lines shared among threads,
+/// one progress unit per line.
+template <class Body>
+void ForEachRgbRow(COrbImage& dst, const COrbImage& src, const Region& r, Body&& body) {
+  if (r.IsEmpty()) return;
+  CLineLoop(dst).Run(r.top, r.bottom, [&](int y) {
+    const float* in[3];
+    float* out[3];
+    for (int k = 0; k < 3; ++k) {
+      in[k] = src.GetImageAdr(r.left, y, src.GetPlanes() == 3 ? k : 0);
+      out[k] = dst.GetImageAdr(r.left, y, k, 0);
+    }
+    body(in, out, r.Width());
+  });
+}
+
 /// Copies n samples unless the line is being rewritten in place.
 inline void CopyRow(const float* s, float* d, int n) {
   if (s != d) std::memmove(d, s, sizeof(float) * static_cast<std::size_t>(n));

@@ -1,0 +1,60 @@
+// Statistical normalisation: each plane moved to a given mean and standard deviation.
+#include "ops/level/ImgNormalize.h"
+
+#include <cmath>
+
+#include "ops/level/ToneRows.h"
+
+using namespace qrn::level;
+
+namespace {
+
+// Writes f(v) of every sample of a plane of src into the same plane of dst, in line order.
+template <class F>
+void MapPlane(COrbImage& dst, const COrbImage& src, int plane, F f) {
+  const int w = src.GetWidth();
+  for (int y = 0; y < src.GetHeight(); ++y) {
+    const float* s = src.GetImageAdr(0, y, plane);
+    float* d = dst.GetImageAdr(0, y, plane, 0);
+    for (int x = 0; x < w; ++x) d[x] = static_cast<float>(f(static_cast<double>(s[x])));
+    dst.ShowProgress(1);
+  }
+}
+
+}  // namespace
+
+void CImgNormalize::NormalizeAve(const COrbImage* src, int plane, double shift) {
+  MapPlane(*this, *src, plane, [shift](double v) { return v + shift; });
+}
+
+void CImgNormalize::NormalizeSigma(const COrbImage* src, int plane, double center, double factor) {
+  MapPlane(*this, *src, plane, [center, factor](double v) { return (v - center) * factor + center; });
+}
+
+void CImgNormalize::Do(COrbImage* src, float* mean, float* sigma, int progress) {
+  if ((!mean && !sigma) || !src || !SameGeometry(*this, *src)) return;
+  const int planes = src->GetPlanes(), w = src->GetWidth(), h = src->GetHeight();
+  const double count = static_cast<double>(w) * h;
+  ShowProgressInit(progress, 6197, planes * h * (mean && sigma ? 3 : 2));
+  for (int p = 0; p < planes; ++p) {
+    double sum = 0.0, squares = 0.0;
+    for (int y = 0; y < h; ++y) {
+      const float* s = src->GetImageAdr(0, y, p);
+      for (int x = 0; x < w; ++x) {
+        const double v = s[x];
+        sum += v;
+        squares += v * v;
+      }
+      ShowProgress(1);
+    }
+    const double mu = sum / count;
+    // Rounding can leave a constant plane's variance slightly negative.
+    const double sd = std::sqrt(std::fmax(squares / count - mu * mu, 0.0));
+    if (mean) NormalizeAve(src, p, mean[p] - mu);
+    if (sigma) {
+      const double factor = sd > 0.0 ? sigma[p] / sd : 1.0;
+      NormalizeSigma(mean ? this : src, p, mean ? mean[p] : mu, factor);
+    }
+  }
+  ShowProgressEnd(nullptr);
+}
