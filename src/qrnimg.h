@@ -44,5 +44,9 @@
 #include "ops/level/ImgToneCurve.h"
 #include "ops/level/ImgWindowing.h"
 
+#include "ops/calibration/ImgCalculation.h"
+#include "ops/calibration/ImgDark.h"
+#include "ops/calibration/ImgFlat.h"
+
 /// Library version as "major.minor.patch".
 inline const char* QrnImgVersion() { return QRNIMG_VERSION; }

@@ -1,0 +1,200 @@
+// COrbImage calibration: dark subtraction, flat division and the combined dark-and-flat pass.
+#include <cassert>
+#include <cmath>
+
+#include "core/LineLoop.h"
+#include "core/OrbImage.h"
+
+namespace {
+
+constexpr int kTitleFlat = 6105;
+constexpr int kTitleDark = 6106;
+constexpr int kTitleDarkFlat = 6195;
+
+// A grey calibration frame serves every plane of a colour light frame through its plane 0.
+int FramePlane(const COrbImage& frame, int plane) { return frame.IsColor() ? plane : 0; }
+
+// How the flat divides one plane: v <- m * v / (f' + add), f' the flat sample after the
+// optional gamma curve. add is m * pedestal, formed once per plane in float.
+struct FlatPlane {
+  bool on = false;
+  bool gamma = false;
+  float m = 0.0f;
+  float add = 0.0f;
+  float hi = 0.0f;
+  float bottom = 0.0f;
+};
+
+// Dark step rule: DarkClbrtn zeroes results <= 0, the combined pass every result that is
+// not > 0 (so a NaN difference becomes 0 there and stays NaN in DarkClbrtn).
+enum class DarkRule { kLessEqualZero, kNotAboveZero };
+
+struct Pass {
+  const COrbImage* src = nullptr;
+  const COrbImage* dark = nullptr;
+  const COrbImage* flat = nullptr;
+  DarkRule rule = DarkRule::kLessEqualZero;
+  double gamma = 0.0;
+  FlatPlane planes[CImage::kMaxPlanes];
+};
+
+// One row of the pass. The steps are template arguments so that the common cases compile to
+// branch-free loops the compiler can vectorise.
+template <bool kDark, DarkRule kRule, bool kFlat, bool kGamma>
+void CalibrateRow(float* dst, const float* s, const float* d, const float* f, int n, const FlatPlane& fp,
+                  double gamma) {
+  for (int x = 0; x < n; ++x) {
+    float v = s[x];
+    if constexpr (kDark) {
+      v = v - d[x];
+      if (kRule == DarkRule::kLessEqualZero ? v <= 0.0f : !(v > 0.0f)) v = 0.0f;
+    }
+    if constexpr (kFlat) {
+      float g = f[x];
+      if constexpr (kGamma) g = COrbImage::FlatGamma(g, fp.hi, fp.bottom, gamma);
+      g = g + fp.add;
+      if (g > 0.0f) v = fp.m * v / g;
+    }
+    dst[x] = v;
+  }
+}
+
+using CalibrateRowFn = void (*)(float*, const float*, const float*, const float*, int, const FlatPlane&, double);
+
+template <bool kDark, DarkRule kRule>
+CalibrateRowFn PickFlatRow(const FlatPlane& fp) {
+  if (!fp.on) return CalibrateRow<kDark, kRule, false, false>;
+  return fp.gamma ? CalibrateRow<kDark, kRule, true, true> : CalibrateRow<kDark, kRule, true, false>;
+}
+
+CalibrateRowFn PickRow(const Pass& pass, const FlatPlane& fp) {
+  if (!pass.dark) return PickFlatRow<false, DarkRule::kLessEqualZero>(fp);
+  return pass.rule == DarkRule::kLessEqualZero ? PickFlatRow<true, DarkRule::kLessEqualZero>(fp)
+                                               : PickFlatRow<true, DarkRule::kNotAboveZero>(fp);
+}
+
+// Runs the pass over the rectangle of every plane of target: planes in sequence, rows of a
+// plane in parallel, one progress unit per row and plane.
+void RunPass(COrbImage& target, const Pass& pass, const CRect* rect, int titleId, int progress) {
+  int left, top, right, bottom;
+  target.NormalizeRect(rect, left, top, right, bottom);
+  const int planes = target.GetPlanes();
+  const int width = right - left;
+  target.ShowProgressInit(progress, titleId, (bottom > top ? bottom - top : 0) * planes);
+  if (width > 0) {
+    CLineLoop loop(target);
+    loop.RunPlanes(planes, top, bottom, [&](int p, int y) {
+      LOCKHANDLE hs = nullptr, hd = nullptr, hk = nullptr, hf = nullptr;
+      const FlatPlane& fp = pass.planes[p];
+      const float* s = pass.src->GetImageAdr(left, y, p, VM_READONLY | VM_LOCK, &hs);
+      float* dst = target.GetImageAdr(left, y, p, VM_LOCK, &hd);
+      const float* d = nullptr;
+      const float* f = nullptr;
+      if (pass.dark) d = pass.dark->GetImageAdr(left, y, FramePlane(*pass.dark, p), VM_READONLY | VM_LOCK, &hk);
+      if (fp.on) f = pass.flat->GetImageAdr(left, y, FramePlane(*pass.flat, p), VM_READONLY | VM_LOCK, &hf);
+      PickRow(pass, fp)(dst, s, d, f, width, fp, pass.gamma);
+      if (hf) pass.flat->Unlock(hf);
+      if (hk) pass.dark->Unlock(hk);
+      target.Unlock(hd);
+      pass.src->Unlock(hs);
+    });
+  }
+  target.ShowProgressEnd(nullptr);
+}
+
+// Fills the per-plane flat rules from the flat's minimum, maximum and mean (index 0 of each
+// for a grey flat). A plane whose flat has no range switches the flat off for it and for
+// every later plane.
+void PrepareFlat(Pass& pass, int planes, const float* lo, const float* hi, const float* mean, float pedestal,
+                 double gamma) {
+  pass.gamma = gamma;
+  for (int p = 0; p < planes; ++p) {
+    const int i = FramePlane(*pass.flat, p);
+    if (lo[i] == hi[i]) break;
+    FlatPlane& fp = pass.planes[p];
+    fp.on = true;
+    fp.gamma = gamma > 0.0;
+    fp.hi = hi[i];
+    fp.bottom = hi[i] - 2.0f * (hi[i] - lo[i]);
+    fp.m = fp.gamma ? COrbImage::FlatGamma(mean[i], fp.hi, fp.bottom, gamma) : mean[i];
+    fp.add = fp.m * pedestal;
+  }
+}
+
+// The flat's per-plane minimum, maximum (from CalcMinMax) and mean (GetAvrGrayRaw).
+void MeasureFlat(COrbImage& flat, float* lo, float* hi, float* mean) {
+  flat.CalcMinMax();
+  for (int p = 0; p < flat.GetPlanes(); ++p) {
+    lo[p] = flat.GetMinPixel(p);
+    hi[p] = flat.GetMaxPixel(p);
+    mean[p] = flat.GetAvrGrayRaw(p);
+  }
+}
+
+void CheckCovers([[maybe_unused]] const COrbImage& frame, [[maybe_unused]] const COrbImage& target) {
+  assert(frame.GetWidth() >= target.GetWidth() && frame.GetHeight() >= target.GetHeight());
+}
+
+}  // namespace
+
+float COrbImage::FlatGamma(float v, float top, float bottom, double gamma) {
+  const double span = double(top) - double(bottom);
+  return static_cast<float>(std::pow((double(v) - double(bottom)) / span, gamma) * span + double(bottom));
+}
+
+void COrbImage::DarkClbrtn(COrbImage* dark, int progress) {
+  if (!dark) return;
+  CheckCovers(*dark, *this);
+  Pass pass;
+  pass.src = this;
+  pass.dark = dark;
+  pass.rule = DarkRule::kLessEqualZero;
+  RunPass(*this, pass, nullptr, kTitleDark, progress);
+}
+
+void COrbImage::FlatClbrtn(COrbImage* flat, int progress) {
+  if (!flat) return;
+  CheckCovers(*flat, *this);
+  Pass pass;
+  pass.src = this;
+  pass.flat = flat;
+  // One normaliser, the mean of the flat's plane 0, for every plane.
+  const float m = flat->GetAvrGrayRaw(0);
+  for (int p = 0; p < GetPlanes(); ++p) {
+    pass.planes[p].on = true;
+    pass.planes[p].m = m;
+  }
+  RunPass(*this, pass, nullptr, kTitleFlat, progress);
+}
+
+void COrbImage::FlatClbrtn(COrbImage* flat, float pedestal, double gamma, int progress) {
+  if (!flat) return;
+  CheckCovers(*flat, *this);
+  float lo[kMaxPlanes] = {}, hi[kMaxPlanes] = {}, mean[kMaxPlanes] = {};
+  MeasureFlat(*flat, lo, hi, mean);
+  Pass pass;
+  pass.src = this;
+  pass.flat = flat;
+  PrepareFlat(pass, GetPlanes(), lo, hi, mean, pedestal, gamma);
+  RunPass(*this, pass, nullptr, kTitleFlat, progress);
+}
+
+void COrbImage::DarkFlat(COrbImage* src, COrbImage* dark, COrbImage* flat, float* flatMin, float* flatMax,
+                         float* flatMean, float pedestal, double gamma, CRect* rect, int progress) {
+  Pass pass;
+  pass.src = src ? src : this;
+  pass.dark = dark;
+  pass.flat = flat;
+  pass.rule = DarkRule::kNotAboveZero;
+  if (dark) CheckCovers(*dark, *this);
+  if (flat) {
+    CheckCovers(*flat, *this);
+    float lo[kMaxPlanes] = {}, hi[kMaxPlanes] = {}, mean[kMaxPlanes] = {};
+    if (!flatMin || !flatMax || !flatMean) {
+      MeasureFlat(*flat, lo, hi, mean);
+      flatMin = lo, flatMax = hi, flatMean = mean;
+    }
+    PrepareFlat(pass, GetPlanes(), flatMin, flatMax, flatMean, pedestal, gamma);
+  }
+  RunPass(*this, pass, rect, kTitleDarkFlat, progress);
+}

@@ -1,0 +1,102 @@
+// Sky-gradient removal: linear and parabolic background profiles.
+#include "ops/calibration/ImgFlat.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+
+#include "core/LineLoop.h"
+
+namespace {
+constexpr int kTitleGradient = 6139;
+}  // namespace
+
+// profile(p) gives the plane's background function g(x, y); the frame around it is shared.
+template <class Profile>
+void CImgFlat::RemoveGradient(COrbImage* src, const double* level, const double* floor, int mode, CRect* rect,
+                              int progress, Profile&& profile) {
+  if (!src) src = this;
+  int left, top, right, bottom;
+  NormalizeRect(rect, left, top, right, bottom);
+  const int planes = GetPlanes();
+  ShowProgressInit(progress, kTitleGradient, (bottom > top ? bottom - top : 0) * planes);
+  CLineLoop loop(*this);
+  for (int p = 0; p < planes && right > left; ++p) {
+    const double sky = level ? level[p] : 0.0;
+    double base = 0.0;
+    if (mode == 1) {
+      base = floor ? -std::min<double>(src->GetMinPixel(p), floor[p]) : -double(src->GetMinPixel(p));
+      if (base == 0.0) base = 1.0;
+    }
+    const auto g = profile(p);
+    loop.Run(top, bottom, [&](int y) {
+      LOCKHANDLE hs = nullptr, hd = nullptr;
+      const float* s = src->GetImageAdr(left, y, p, VM_READONLY | VM_LOCK, &hs);
+      float* d = GetImageAdr(left, y, p, VM_LOCK, &hd);
+      for (int x = left; x < right; ++x) {
+        const double v = s[x - left];
+        double r = 0.0;
+        if (mode == 0) r = v - g(x, y);
+        else if (mode == 1) r = (sky + base) / (g(x, y) + sky + base) * (v + base) - base;
+        d[x - left] = static_cast<float>(r);
+      }
+      Unlock(hd);
+      src->Unlock(hs);
+    });
+  }
+  ShowProgressEnd(nullptr);
+}
+
+void CImgFlat::DoFlat(COrbImage* src, CPoint* p1, CPoint* p2, double* slope, double* level, double* floor, int mode,
+                      CRect* rect, int progress) {
+  if (!p1 || !p2 || !slope) return;
+  RemoveGradient(src, level, floor, mode, rect, progress, [&](int p) {
+    const CPoint P = p1[p], Q = p2[p];
+    const int dx = Q.x - P.x, dy = Q.y - P.y;
+    double ux, uy;
+    if (dx == 0) {
+      ux = 0.0;
+      uy = dy > 0 ? 1.0 : -1.0;
+    } else {
+      const double m = double(dy) / dx;
+      ux = (dx >= 0 ? 1.0 : -1.0) * std::sqrt(1.0 / (m * m + 1.0));
+      uy = ux * m;
+    }
+    // The reference comes from the two y coordinates only: their mean read as a packed
+    // point whose x is the low 16 bits, sign-extended. Kept as the gradient's zero line.
+    const int packed = (P.y + Q.y) / 2;
+    const double c = static_cast<std::int16_t>(static_cast<std::uint32_t>(packed) & 0xFFFFu);
+    const double s = slope[p];
+    return [=](int x, int y) { return (x * ux + y * uy - c) * s; };
+  });
+}
+
+void CImgFlat::DoFlatPoint(COrbImage* src, double* gradX, double* gradY, double* level, double* floor, int mode,
+                           CRect* rect, int progress) {
+  if (!gradX || !gradY) return;
+  const double cx = (GetWidth() - 1) / 2.0, cy = (GetHeight() - 1) / 2.0;
+  RemoveGradient(src, level, floor, mode, rect, progress, [&](int p) {
+    const double ax = gradX[p], ay = gradY[p];
+    return [=](int x, int y) { return ax * (x - cx) + ay * (y - cy); };
+  });
+}
+
+namespace {
+auto Parabola(double cx, double cy, double k) {
+  return [=](int x, int y) { return k * ((x - cx) * (x - cx) + (y - cy) * (y - cy)); };
+}
+}  // namespace
+
+void CImgFlat::DoParabolic(COrbImage* src, CPoint* centre, double* curvature, double* level, double* floor, int mode,
+                           CRect* rect, int progress) {
+  if (!centre || !curvature) return;
+  RemoveGradient(src, level, floor, mode, rect, progress,
+                 [&](int p) { return Parabola(centre[p].x, centre[p].y, curvature[p]); });
+}
+
+void CImgFlat::DoParabolicPoint(COrbImage* src, double* centreX, double* centreY, double* curvature, double* level,
+                                double* floor, int mode, CRect* rect, int progress) {
+  if (!centreX || !centreY || !curvature) return;
+  RemoveGradient(src, level, floor, mode, rect, progress,
+                 [&](int p) { return Parabola(centreX[p], centreY[p], curvature[p]); });
+}
