@@ -20,10 +20,14 @@
 #include "container/VmImage.h"
 #include "container/VmManager.h"
 
+#include "core/BaseDIB.h"
 #include "core/Color.h"
 #include "core/LineLoop.h"
+#include "core/MemoryDIB.h"
 #include "core/MessageTable.h"
 #include "core/OrbImage.h"
+#include "core/PaletteQuantizer.h"
+#include "core/VmDIB.h"
 #include "core/fPoint.h"
 
 #include "kernels/FilterMatrix.h"

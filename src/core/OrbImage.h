@@ -234,13 +234,46 @@ class COrbImage : public CImage {
   void LiftUp(int lines);
 
   // ---- Colour and plane conversion -------------------------------------------------
+  /// One plane holding the bright value of src (taken on src's display scale, brought to
+  /// this image's raw scale). Nothing when this image already has one plane. 0 when the plane
+  /// change fails or src is null or of another size.
   int ToGray(COrbImage* src, int showProgress);
   int ToColor();
+  /// Three planes copied raw from src (its one plane into all three). 0 as ToGray.
   int ToColor(COrbImage* src, int showProgress);
+
+  // L*a*b* planes. The colour of a pixel enters CColor::RgbToLab as each plane's display
+  // value divided by 255 (0 at the level minimum, 1 at the maximum, not clamped); a
+  // single-plane image is a neutral grey. The new images are owned by the caller; null when
+  // memory runs out. L planes get levels 0 .. 100, a and b planes -100 .. 100.
+  /// L* of every pixel as a new single-plane image.
+  COrbImage* MakeLPlane();
+  /// L*, a* and b* of every pixel as planes 0, 1 and 2 of a new image.
+  COrbImage* MakeLabPlane();
+  /// a* (which = 0) or b* (which nonzero) of every pixel as a new single-plane image.
+  COrbImage* MakeAbPlane(int which);
+  /// L* of pixel (x, y) with explicit level windows: channel k enters as
+  /// (raw_k − min_k) / range_k; a range that is not positive gives 0 for its channel.
+  /// Coordinates are not checked.
+  float GetPixelL(int x, int y, double minR, double minG, double minB, double rangeR, double rangeG,
+                  double rangeB);
+  /// a* and b* of pixel (x, y) as GetPixelL; the blue range is the last argument.
+  void GetPixelAb(int x, int y, double minR, double minG, double minB, double rangeR, double rangeG, double* a,
+                  double* b, double rangeB);
 
   // ---- Display bitmaps -------------------------------------------------------------
   /// Packed bitmap (8 or 24 bits) of the image through its levels; the caller frees it.
+  /// Bytes follow the display rule (0 at or below the minimum, 255 at or above the maximum,
+  /// truncated 256f between; NaN samples give 0). A colour image in 8 bits is reduced to an
+  /// adaptive 256-colour palette (CPaletteQuantizer). Null for other bit counts, an empty
+  /// image or exhausted memory.
   HGLOBAL GetDib(int bits);
+  /// Renders the area rect (null: whole image) into dib at the same coordinates, clipped to
+  /// both: image pixel (x, y) becomes bitmap pixel (x, y), so a view can refresh part of an
+  /// image-sized bitmap. 8-bit bitmaps take the plane-0 byte of a grey image; a colour image
+  /// gets an adaptive palette of the area written into the bitmap's colour table. 24- and
+  /// 32-bit bitmaps take blue, green, red bytes. Returns 0 for a null or unsupported bitmap.
+  int ToDIB(CMemoryDIB* dib, CRect* rect, int showProgress);
 
   // ---- Calibration -----------------------------------------------------------------
   void DarkClbrtn(COrbImage* dark, int progress);
