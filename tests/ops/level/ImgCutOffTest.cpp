@@ -1,0 +1,37 @@
+#include "ops/level/ImgCutOff.h"
+
+#include <gtest/gtest.h>
+
+#include "ops/level/LevelTestImages.h"
+
+using leveltest::Make;
+
+namespace {
+
+TEST(ImgCutOff, ReplacesAtAndBeyondTheSourceWindow) {
+  const float values[6] = {5, 10, 10.5f, 19.5f, 20, 25};
+  auto src = Make(6, 1, 3, 10, 20, [&](int x, int, int) { return values[x]; });
+  auto dst = Make(6, 1, 3, 0, 1, [](int, int, int) { return 0; });  // target's own window is not used
+  static_cast<CImgCutOff&>(*dst).Do(src.get(), -1, 99, nullptr, 0);
+  const float expected[6] = {-1, -1, 10.5f, 19.5f, 99, 99};
+  for (int p = 0; p < 3; ++p)
+    for (int x = 0; x < 6; ++x) EXPECT_EQ(dst->GetPixelGrayRaw(x, 0, p), expected[x]) << p << " " << x;
+}
+
+TEST(ImgCutOff, SampleOnBothBoundsBecomesLow) {
+  auto src = Make(1, 1, 1, 7, 7, [](int, int, int) { return 7; });
+  COrbImage dst(*src);
+  static_cast<CImgCutOff&>(dst).Do(&dst, 1, 2, nullptr, 0);
+  EXPECT_EQ(dst.GetPixelGrayRaw(0, 0, 0), 1.0f);
+}
+
+TEST(ImgCutOff, RectangleLimitsTheChange) {
+  auto src = Make(4, 4, 1, 10, 20, [](int, int, int) { return 0; });
+  COrbImage dst(*src);
+  CRect rect(-5, 2, 2, 3);
+  static_cast<CImgCutOff&>(dst).Do(src.get(), 1, 2, &rect, 1);
+  for (int y = 0; y < 4; ++y)
+    for (int x = 0; x < 4; ++x) EXPECT_EQ(dst.GetPixelGrayRaw(x, y, 0), y == 2 && x < 2 ? 1.0f : 0.0f);
+}
+
+}  // namespace

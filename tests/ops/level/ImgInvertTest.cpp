@@ -1,0 +1,53 @@
+#include "ops/level/ImgInvert.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "ops/level/LevelTestImages.h"
+
+using leveltest::Make;
+
+namespace {
+
+class ImgInvertTest : public leveltest::BothPaths {};
+
+TEST_P(ImgInvertTest, MirrorsWithinTheLevelWindow) {
+  for (int w : {1, 3, 5, 17}) {
+    auto src = Make(w, 2, 3, 100, 300, [](int x, int, int p) { return 100 + 10 * x + p; });
+    COrbImage dst(*src);
+    static_cast<CImgInvert&>(dst).Do(src.get(), nullptr, 0);
+    // min + max − v = 400 − v; the float mapping rounds at a few ulps of 400 (≈ 3e-5 each).
+    for (int p = 0; p < 3; ++p)
+      for (int x = 0; x < w; ++x) EXPECT_NEAR(dst.GetPixelGrayRaw(x, 1, p), 300.0f - 10 * x - p, 2e-4);
+  }
+}
+
+TEST_P(ImgInvertTest, InvertTwiceReturnsTheImage) {
+  auto src = leveltest::Noise(17, 5, 3, 900, 5000);
+  COrbImage dst(*src);
+  static_cast<CImgInvert&>(dst).Do(&dst, nullptr, 0);
+  static_cast<CImgInvert&>(dst).Do(&dst, nullptr, 0);
+  // Two float mappings of values up to ~6000: each rounds at a few ulps (ulp 4.9e-4).
+  for (int p = 0; p < 3; ++p)
+    for (int y = 0; y < 5; ++y)
+      for (int x = 0; x < 17; ++x) EXPECT_NEAR(dst.GetPixelGrayRaw(x, y, p), src->GetPixelGrayRaw(x, y, p), 5e-3);
+}
+
+INSTANTIATE_TEST_SUITE_P(Paths, ImgInvertTest, ::testing::Values(0, -1));
+
+TEST(ImgInvert, ScalarAndVectorAgreeOnUnalignedRows) {
+  auto src = leveltest::Noise(1027, 3, 3, -50, 70000);
+  CRect rect(3, 1, 1024, 3);
+  EXPECT_TRUE(leveltest::PathsAgree(
+      *src, [&](COrbImage& dst) { static_cast<CImgInvert&>(dst).Do(src.get(), &rect, 0); }));
+}
+
+TEST(ImgInvert, ZeroRangePlaneIsCopied) {
+  auto src = Make(3, 2, 1, 10, 10, [](int x, int, int) { return x; });
+  COrbImage dst(*src);
+  static_cast<CImgInvert&>(dst).Do(src.get(), nullptr, 1);
+  EXPECT_TRUE(leveltest::BitEqual(dst, *src));
+}
+
+}  // namespace

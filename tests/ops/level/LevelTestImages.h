@@ -1,0 +1,61 @@
+// Small images and the two vector paths for the level-family tests.
+#pragma once
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <memory>
+#include <random>
+
+#include "core/OrbImage.h"
+#include "platform/QrnSys.h"
+
+namespace leveltest {
+
+/// An image whose sample (x, y, p) is f(x, y, p), with every plane's level window min..max.
+template <class F>
+std::unique_ptr<COrbImage> Make(int w, int h, int planes, double min, double max, F f) {
+  auto image = std::make_unique<COrbImage>(-32, w, h, planes);
+  for (int p = 0; p < planes; ++p) {
+    image->SetLevel(p, min, max);
+    for (int y = 0; y < h; ++y)
+      for (int x = 0; x < w; ++x) image->SetPixelGrayRaw(x, y, static_cast<float>(f(x, y, p)), p);
+  }
+  return image;
+}
+
+/// Deterministic noise spread over and beyond the level window min..max.
+inline std::unique_ptr<COrbImage> Noise(int w, int h, int planes, double min, double max, unsigned seed = 7) {
+  std::mt19937 rng(seed);
+  std::uniform_real_distribution<float> value(static_cast<float>(min - (max - min) / 4),
+                                              static_cast<float>(max + (max - min) / 4));
+  return Make(w, h, planes, min, max, [&](int, int, int) { return value(rng); });
+}
+
+/// True when every sample of a and b has the same bits.
+inline bool BitEqual(const COrbImage& a, const COrbImage& b) {
+  for (int p = 0; p < a.GetPlanes(); ++p)
+    for (int y = 0; y < a.GetHeight(); ++y)
+      if (std::memcmp(a.GetImageAdr(0, y, p), b.GetImageAdr(0, y, p), sizeof(float) * a.GetWidth())) return false;
+  return true;
+}
+
+/// Runs a test body on the scalar path (mask 0) and on the detected path (mask −1).
+class BothPaths : public ::testing::TestWithParam<int> {
+ protected:
+  void SetUp() override { CQrnSys::SetSIMD(GetParam()); }
+  void TearDown() override { CQrnSys::SetSIMD(-1); }
+};
+
+/// Runs op on the scalar path and on the four-wide path and reports whether they agree bit for bit.
+template <class Op>
+bool PathsAgree(const COrbImage& src, Op op) {
+  COrbImage scalar(src), vector(src);
+  CQrnSys::SetSIMD(0);
+  op(scalar);
+  CQrnSys::SetSIMD(2);
+  op(vector);
+  CQrnSys::SetSIMD(-1);
+  return BitEqual(scalar, vector);
+}
+
+}  // namespace leveltest
