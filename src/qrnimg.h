@@ -34,6 +34,7 @@
 #include "kernels/FilterProc.h"
 #include "kernels/FilterProcEx.h"
 
+#include "ops/level/ImgAutoLevel.h"
 #include "ops/level/ImgAutoStretch.h"
 #include "ops/level/ImgBright.h"
 #include "ops/level/ImgColorBalance.h"

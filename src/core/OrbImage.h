@@ -233,6 +233,61 @@ class COrbImage : public CImage {
   void CutOutOfLevel();
   void LiftUp(int lines);
 
+  // Luminance of a colour image: each plane is first brought to plane 0's level scale,
+  // raw' = (raw - min_p) * range_0 / range_p + min_0, then Y = 0.299 R' + 0.587 G' + 0.114 B'
+  // in double. With equal level windows this is the plain luminance of the raw samples.
+  // Used by GetHistogram with plane -1 and by every luminance statistic.
+  /// Per-plane factor and offset of that mapping (three each); a zero range maps with factor 1.
+  void GetLuminanceScale(double* factor, double* offset) const;
+  static double CalcLuminance(const double* factor, const double* offset, float r, float g, float b) {
+    return CalcBright(factor[0] * r + offset[0], factor[1] * g + offset[1], factor[2] * b + offset[2]);
+  }
+
+  /// @brief Histograms of the three planes in one pass, with the binning, log scale, cull and
+  /// progress rules of GetHistogram applied to each plane over the same [low, high]. A null
+  /// array skips its plane; a grey image fills every non-null array from plane 0. Returns the
+  /// display height: trunc(2 w h / count), or with peakHeight the largest bin of the three.
+  int GetHistogramRGB(int* binsR, int* binsG, int* binsB, int count, double low, double high, int logScale,
+                      int peakHeight, int useCull, CRect* rect, int showProgress, int titleId);
+  /// @brief Intensity-weighted centre of a star in rect (null: whole image), pixel centres at
+  /// integer coordinates. The local background is the median of the rectangle's one-pixel
+  /// frame; weights are the samples above it (plane 0, or the luminance of a colour image).
+  /// Returns 1, or 0 leaving x and y untouched when the rectangle is empty or nothing lies
+  /// above the background.
+  int GetCentroid(double& x, double& y, CRect* rect);
+  /// The centre of GetCentroid rounded to the nearest pixel.
+  int GetCentroid(int& x, int& y, CRect* rect);
+  /// @brief GetCentroid repeated with a window of rect's size re-centred on each estimate
+  /// (clipped to the image), until it moves less than 0.01 pixel or 10 times: for a star that
+  /// is not in the middle of the rectangle the caller drew. Same results as GetCentroid.
+  int GetCentroid2(double& x, double& y, CRect* rect);
+  /// @brief Intensity-weighted centre of the raw samples of plane (-1: luminance of a colour
+  /// image) with no background removed; negative samples weigh 0. For images whose
+  /// background has already been subtracted. Returns 0 (x, y untouched) when nothing weighs.
+  int GetCentroidRaw(double& x, double& y, int plane, CRect* rect);
+  /// Parameters of a star profile: centre x, y, Gaussian sigma, peak above background,
+  /// background, and FWHM (2 sqrt(2 ln 2) sigma).
+  enum FitPrm { kFitX = 0, kFitY, kFitSigma, kFitPeak, kFitBackground, kFitFwhm, kFitCount };
+  /// @brief Least-squares fit of a circular Gaussian plus a constant background to the samples
+  /// of plane (-1: luminance) in rect, started from GetFitPrmFromCentroid and refined by
+  /// damped Gauss-Newton steps on all five parameters. prm receives kFitCount values. Returns
+  /// 1, or 0 (prm untouched) for an empty rectangle, fewer than 6 samples or no star.
+  int GetFitPrm(double* prm, int plane, CRect* rect);
+  /// @brief The Gaussian of a star whose centre is given: background = median of the
+  /// rectangle's frame, sigma from the second moment of the samples above it, peak the
+  /// least-squares height of that Gaussian. Quick, but a rectangle that cuts the wings short
+  /// underestimates sigma; GetFitPrm refines it. Return and prm as GetFitPrm.
+  int GetFitPrmFromCentroid(double* prm, double cx, double cy, int plane, CRect* rect);
+  /// @brief First sample of plane (-1: luminance) in rect, lines top to bottom and each left
+  /// to right, that is strictly brighter than level; its position goes to x, y. Returns 1, or
+  /// 0 with x = y = -1 when there is none (a NaN sample is never brighter).
+  int Get1stBrighterPixel(int plane, CRect* rect, double level, int& x, int& y);
+  /// @brief Sets to 0 every sample whose mask sample is 0 (mask plane p, or plane 0 when the
+  /// mask has one plane); other samples stay. The mask must have this image's size. Lines
+  /// run in parallel, four samples at a time where vectors are available. Returns 0 when the
+  /// mask is missing or of another size, else 1.
+  int ApplyMask_Do0_x(const COrbImage* mask, int showProgress);
+
   // ---- Colour and plane conversion -------------------------------------------------
   /// One plane holding the bright value of src (taken on src's display scale, brought to
   /// this image's raw scale). Nothing when this image already has one plane. 0 when the plane

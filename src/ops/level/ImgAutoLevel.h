@@ -28,7 +28,9 @@ class CImgAutoLevel : public COrbImage {
   /// Mode-and-width window: min = mode − width·low, max ≈ mode + width·high. balance: 0 lines
   /// the planes' backgrounds up with plane 0, 1 sets each plane from its own statistics
   /// (any value other than 0, 2, 3 acts as 1), 2 moves plane 0's present window to each
-  /// plane's background, 3 does nothing.
+  /// plane's background, 3 does nothing. The upper level is computed as
+  /// (mode − min)/(low/(high + low)·255)·255 + min; with low = 0, where that form divides by
+  /// zero, it is min + width·high.
   void DoByHistogram(double low, double high, int separate, int balance, CRect* rect);
   /// mean − σ·low … mean + σ·high (population σ).
   void DoByMean(double low, double high, int separate, CRect* rect);

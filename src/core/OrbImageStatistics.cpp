@@ -1,0 +1,661 @@
+// COrbImage: plane statistics, histograms, star centroids and fits, and plane-wide rewrites.
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <vector>
+
+#include "core/LineLoop.h"
+#include "core/OrbImage.h"
+#include "kernels/Vec4.h"
+#include "platform/Parallel.h"
+#include "platform/QrnSys.h"
+
+namespace {
+
+constexpr int kDefaultHistogramTitle = 6166;
+constexpr int kPreparingTitle = 6169;
+
+// Bin of a value already known to lie in [low, high]: truncation, lowered to the last bin
+// and raised to 0. A NaN or infinite position (zero-width range) lands in bin 0, as the
+// truncation of such a value to the most negative integer would.
+inline int BinIndex(double position, int count) {
+  if (position >= 0.0 && position < count) return static_cast<int>(position);
+  if (position >= count) return count - 1;
+  return 0;
+}
+
+// trunc(log10(bin) × 10000); an empty bin gives the most negative integer.
+inline int LogBin(int bin) {
+  if (bin <= 0) return std::numeric_limits<int>::min();
+  return static_cast<int>(std::log10(static_cast<double>(bin)) * 10000.0);
+}
+
+// Sum of a line in double, four independent partial sums so the loop is not one long
+// dependency chain. Only for sums whose order is free.
+inline double SumLine(const float* line, int n) {
+  double s0 = 0, s1 = 0, s2 = 0, s3 = 0;
+  int x = 0;
+  for (; x + 4 <= n; x += 4) {
+    s0 += line[x];
+    s1 += line[x + 1];
+    s2 += line[x + 2];
+    s3 += line[x + 3];
+  }
+  for (; x < n; ++x) s0 += line[x];
+  return (s0 + s1) + (s2 + s3);
+}
+
+// Median of a copy of values (upper middle for an even count); 0 for none.
+double MedianOf(std::vector<double> values) {
+  if (values.empty()) return 0.0;
+  auto mid = values.begin() + values.size() / 2;
+  std::nth_element(values.begin(), mid, values.end());
+  return *mid;
+}
+
+// Solves the n × n system a·x = b in place by Gaussian elimination with partial pivoting.
+bool Solve(double* a, double* b, int n) {
+  for (int c = 0; c < n; ++c) {
+    int pivot = c;
+    for (int r = c + 1; r < n; ++r)
+      if (std::fabs(a[r * n + c]) > std::fabs(a[pivot * n + c])) pivot = r;
+    if (!(std::fabs(a[pivot * n + c]) > 0.0)) return false;
+    if (pivot != c) {
+      for (int k = 0; k < n; ++k) std::swap(a[c * n + k], a[pivot * n + k]);
+      std::swap(b[c], b[pivot]);
+    }
+    for (int r = c + 1; r < n; ++r) {
+      const double f = a[r * n + c] / a[c * n + c];
+      for (int k = c; k < n; ++k) a[r * n + k] -= f * a[c * n + k];
+      b[r] -= f * b[c];
+    }
+  }
+  for (int c = n - 1; c >= 0; --c) {
+    double s = b[c];
+    for (int k = c + 1; k < n; ++k) s -= a[c * n + k] * b[k];
+    b[c] = s / a[c * n + c];
+  }
+  return true;
+}
+
+// Mask rows: a sample whose mask sample is 0 becomes 0.
+inline float MaskSample(float v, float m) { return m == 0.0f ? 0.0f : v; }
+
+void MaskRow(float* line, const float* mask, int n, bool vector) {
+  int x = 0;
+  if (vector) {
+    const Vec4f zero(0.0f);
+    for (; x + 4 <= n; x += 4) {
+      const Vec4f m = Vec4f::Load(mask + x);
+      // m == 0 exactly when neither m < 0 nor m > 0 holds and m is not NaN (m <= 0 && m >= 0).
+      Vec4f::Select((m <= zero) & (m >= zero), zero, Vec4f::Load(line + x)).Store(line + x);
+    }
+  }
+  for (; x < n; ++x) line[x] = MaskSample(line[x], mask[x]);
+}
+
+}  // namespace
+
+// ---- Plane statistics ------------------------------------------------------------------
+
+void COrbImage::CalcMinMax() {
+  if (IsEmpty()) return;
+  const int w = GetWidth(), h = GetHeight();
+  for (int p = 0; p < GetPlanes(); ++p) {
+    float mn = *GetImageAdr(0, 0, p), mx = mn;
+    // One float sum in line order: its rounding is part of the result, so this loop stays
+    // sequential and scalar.
+    float sum = 0.0f;
+    for (int y = 0; y < h; ++y) {
+      const float* line = GetImageAdr(0, y, p);
+      for (int x = 0; x < w; ++x) {
+        const float v = line[x];
+        sum += v;
+        if (v < mn) mn = v;
+        if (v > mx) mx = v;
+      }
+    }
+    m_minPixel[p] = mn;
+    m_maxPixel[p] = mx;
+    // (w - 1)(h - 1), not the pixel count: GetAvrGrayRaw divides the same way.
+    m_avrPixel[p] = sum / static_cast<float>((w - 1) * (h - 1));
+  }
+}
+
+void COrbImage::CalcMinMax(int margin) {
+  if (IsEmpty()) return;
+  margin = std::max(margin, 0);  // a negative margin would reach outside the image
+  const int w = GetWidth(), h = GetHeight();
+  const int x0 = std::min(margin, w - 1), x1 = std::max(w - margin, 0);
+  const int y0 = std::min(margin, h - 1), y1 = std::max(h - margin, 0);
+  for (int p = 0; p < GetPlanes(); ++p) {
+    float mn = *GetImageAdr(x0, y0, p), mx = mn;
+    float sum = 0.0f;
+    int count = 0;
+    for (int y = y0; y < y1; ++y) {
+      const float* line = GetImageAdr(0, y, p);
+      for (int x = x0; x < x1; ++x) {
+        const float v = line[x];
+        if (v == 0.0f) continue;
+        if (v < mn) mn = v;
+        if (v > mx) mx = v;
+        sum += v;
+        ++count;
+      }
+    }
+    m_minPixel[p] = mn;
+    m_maxPixel[p] = mx;
+    m_avrPixel[p] = sum / static_cast<float>(count);
+  }
+}
+
+float COrbImage::CalcAvr(int plane) {
+  if (IsEmpty() || plane < 0 || plane >= GetPlanes() || GetHeight() < 1) return 0.0f;
+  const int w = GetWidth(), h = GetHeight();
+  const double area = double(h) * double(w);
+  double total = 0.0;
+  for (int y = 0; y < h; ++y) {
+    const float* line = GetImageAdr(0, y, plane);
+    double s = 0.0;
+    for (int x = 0; x < w; ++x) s += line[x];
+    total += s / area;
+  }
+  return static_cast<float>(total);
+}
+
+float COrbImage::CalcStdDev(int plane, const float* mean) {
+  if (IsEmpty() || plane < 0 || plane >= GetPlanes()) return 0.0f;
+  const float m = mean ? *mean : CalcAvr(plane);
+  const int w = GetWidth(), h = GetHeight();
+  const double area = double(h) * double(w);
+  double total = 0.0;
+  for (int y = 0; y < h; ++y) {
+    const float* line = GetImageAdr(0, y, plane);
+    double s = 0.0;
+    for (int x = 0; x < w; ++x) s += static_cast<double>(line[x] * line[x]);
+    total += s / area;
+  }
+  const float m2 = m * m;
+  return static_cast<float>(std::sqrt(total - static_cast<double>(m2)));
+}
+
+float COrbImage::GetAvrGrayRaw(int plane) {
+  if (IsEmpty() || plane < 0 || plane >= GetPlanes()) return 0.0f;
+  const int w = GetWidth(), h = GetHeight();
+  double sum = 0.0;
+#pragma omp parallel for schedule(static) reduction(+ : sum)
+  for (int y = 0; y < h; ++y) sum += SumLine(GetImageAdr(0, y, plane), w);
+  return static_cast<float>(sum / (w - 1) / (h - 1));
+}
+
+float COrbImage::GetAvrGray(int plane) {
+  if (plane < 0 || plane >= GetPlanes()) return 0.0f;
+  return GetAvrGrayRaw(plane) - static_cast<float>(GetLevelMin(plane));
+}
+
+float COrbImage::GetAvrGray256f(int plane) {
+  if (plane < 0 || plane >= GetPlanes()) return 0.0f;
+  return static_cast<float>((GetAvrGrayRaw(plane) - GetLevelMin(plane)) / GetLevelRange(plane) * 255.0);
+}
+
+int COrbImage::GetHeightOfHistogram(const int* bins, int count) {
+  if (!bins) return 0;
+  if (count < 1) return bins[0];
+  return *std::max_element(bins, bins + count);
+}
+
+float COrbImage::GetMaxPixel(int plane, CRect* rect, int& x, int& y) {
+  constexpr float kNoMax = -2147483648.0f;
+  if (IsEmpty() || plane < 0 || plane >= GetPlanes()) return kNoMax;
+  int left, top, right, bottom;
+  NormalizeRect(rect, left, top, right, bottom);
+  if (top >= bottom) return kNoMax;
+  float mx = kNoMax, runningMin = 2147483648.0f;
+  for (int yy = top; yy < bottom; ++yy) {
+    const float* line = GetImageAdr(0, yy, plane);
+    for (int xx = left; xx < right; ++xx) {
+      const float v = line[xx];
+      if (v > mx) {
+        mx = v;
+        x = xx;
+        y = yy;
+      } else if (v < runningMin) {
+        runningMin = v;
+      }
+    }
+  }
+  // A flat area has no distinct peak.
+  if (mx == runningMin) x = y = -1;
+  return mx;
+}
+
+void COrbImage::GetLuminanceScale(double* factor, double* offset) const {
+  for (int p = 0; p < 3; ++p) {
+    const double range = GetLevelRange(p);
+    factor[p] = range != 0.0 ? GetLevelRange(0) / range : 1.0;
+    offset[p] = GetLevelMin(0) - GetLevelMin(p) * factor[p];
+    if (factor[p] == 1.0 && GetLevelMin(p) == GetLevelMin(0)) offset[p] = 0.0;
+  }
+}
+
+// ---- Histograms ------------------------------------------------------------------------
+
+namespace {
+
+// One pass over the area filling up to three histograms. source[s] is the plane read into
+// bins[s] (-1: luminance of a colour image); a null bins[s] is skipped.
+int HistogramPass(COrbImage& img, int* const* bins, const int* source, int slots, int count, double low, double high,
+                  int logScale, int peakHeight, int useCull, CRect* rect, int showProgress, int titleId) {
+  int left, top, right, bottom;
+  img.NormalizeRect(rect, left, top, right, bottom);
+  img.ShowProgressInit(showProgress, titleId ? titleId : kDefaultHistogramTitle, std::max(bottom - top, 0));
+  bool any = false;
+  for (int s = 0; s < slots; ++s) {
+    if (bins[s] && count > 0) std::fill(bins[s], bins[s] + count, 0);
+    any = any || bins[s];
+  }
+  if (count < 1 || !any || img.IsEmpty()) {
+    img.ShowProgressEnd(nullptr);
+    return 0;  // nothing to bin into, and no mean height of zero bins
+  }
+
+  // The container's reduced sampling: every stepX-th column of every stepY-th line.
+  int stepX = 1, stepY = 1, cx = 1, cy = 1;
+  if (useCull && img.IsHistogramCullParam() && img.GetHistogramCull(&cx, &cy) && (cx > 1 || cy > 1)) {
+    stepX = cx;
+    stepY = cy;
+  }
+  const int lines = bottom > top ? (bottom - top + stepY - 1) / stepY : 0;
+  const int columns = right > left ? (right - left + stepX - 1) / stepX : 0;
+  const double scale = count / (high - low);
+  double factor[3], offset[3];
+  img.GetLuminanceScale(factor, offset);
+
+  const int threads = CParallel::GetMaxThreads();
+  std::vector<int> local(std::size_t(threads) * slots * count, 0);
+  CLineLoop loop(img);
+  loop.Run(0, lines, [&](int k) {
+    const int y = top + k * stepY;
+    int* own = local.data() + std::size_t(CParallel::GetThreadNum()) * slots * count;
+    for (int s = 0; s < slots; ++s) {
+      if (!bins[s]) continue;
+      int* hist = own + std::size_t(s) * count;
+      if (source[s] >= 0) {
+        const float* line = img.GetImageAdr(0, y, source[s]);
+        for (int x = left; x < right; x += stepX) {
+          const double v = line[x];
+          if (v >= low && v <= high) ++hist[BinIndex((v - low) * scale, count)];
+        }
+      } else {
+        const float* r = img.GetImageAdr(0, y, 0);
+        const float* g = img.GetImageAdr(0, y, 1);
+        const float* b = img.GetImageAdr(0, y, 2);
+        for (int x = left; x < right; x += stepX) {
+          const double v = COrbImage::CalcLuminance(factor, offset, r[x], g[x], b[x]);
+          if (v >= low && v <= high) ++hist[BinIndex((v - low) * scale, count)];
+        }
+      }
+    }
+    // The loop reports one line; account for the lines the cull skipped.
+    const int skipped = std::min(stepY, bottom - y) - 1;
+    if (skipped > 0) img.ShowProgress(skipped);
+  });
+
+  const double upscale = (stepX > 1 || stepY > 1) && lines > 0 && columns > 0
+                             ? double(bottom - top) * double(right - left) / (double(lines) * double(columns))
+                             : 1.0;
+  int height = std::numeric_limits<int>::min();
+  for (int s = 0; s < slots; ++s) {
+    if (!bins[s]) continue;
+    for (int t = 0; t < threads; ++t) {
+      const int* part = local.data() + (std::size_t(t) * slots + s) * count;
+      for (int i = 0; i < count; ++i) bins[s][i] += part[i];
+    }
+    if (upscale != 1.0)
+      for (int i = 0; i < count; ++i) bins[s][i] = static_cast<int>(std::llround(bins[s][i] * upscale));
+    if (logScale)
+      for (int i = 0; i < count; ++i) bins[s][i] = LogBin(bins[s][i]);
+    height = std::max(height, COrbImage::GetHeightOfHistogram(bins[s], count));
+  }
+  img.ShowProgressEnd(nullptr);
+  if (peakHeight) return height;
+  return static_cast<int>(2 * std::int64_t(img.GetWidth()) * img.GetHeight() / count);
+}
+
+}  // namespace
+
+int COrbImage::GetHistogram(int* bins, int count, double low, double high, int plane, int logScale,
+                            int peakHeight, int useCull, CRect* rect, int showProgress, int titleId) {
+  if (GetPlanes() < 3 && plane == -1) plane = 0;
+  // A plane that does not exist counts nothing: its bins stay zero.
+  const bool valid = plane == -1 || (plane >= 0 && plane < GetPlanes());
+  int* target[1] = {bins};
+  if (!valid && bins && count > 0) {
+    std::fill(bins, bins + count, 0);
+    target[0] = nullptr;
+  }
+  const int source[1] = {plane};
+  return HistogramPass(*this, target, source, 1, count, low, high, logScale, peakHeight, useCull, rect, showProgress,
+                       titleId);
+}
+
+int COrbImage::GetHistogramRGB(int* binsR, int* binsG, int* binsB, int count, double low, double high, int logScale,
+                               int peakHeight, int useCull, CRect* rect, int showProgress, int titleId) {
+  int* target[3] = {binsR, binsG, binsB};
+  int source[3] = {0, 1, 2};
+  if (GetPlanes() < 3) source[1] = source[2] = 0;
+  return HistogramPass(*this, target, source, 3, count, low, high, logScale, peakHeight, useCull, rect, showProgress,
+                       titleId);
+}
+
+// ---- Plane-wide rewrites -----------------------------------------------------------------
+
+namespace {
+
+// Replaces the samples of plane 0 that pass test by value. The plane argument only says how
+// often the walk is made (once per plane when negative); the walk always acts on plane 0.
+template <class Test>
+void ThresholdWalk(COrbImage& img, int plane, float value, Test test) {
+  if (img.IsEmpty()) return;
+  const int walks = plane < 0 ? img.GetPlanes() : 1;
+  const int w = img.GetWidth();
+  for (int k = 0; k < walks; ++k)
+    for (int y = 0; y < img.GetHeight(); ++y) {
+      float* line = img.GetImageAdr(0, y, 0, 0);
+      for (int x = 0; x < w; ++x)
+        if (test(line[x])) line[x] = value;
+    }
+}
+
+}  // namespace
+
+void COrbImage::ThresholdLessThan(int plane, float threshold, float value) {
+  ThresholdWalk(*this, plane, value, [threshold](float s) { return s < threshold; });
+}
+void COrbImage::ThresholdLessThanEqual(int plane, float threshold, float value) {
+  ThresholdWalk(*this, plane, value, [threshold](float s) { return s <= threshold; });
+}
+void COrbImage::ThresholdGreaterThan(int plane, float threshold, float value) {
+  ThresholdWalk(*this, plane, value, [threshold](float s) { return s > threshold; });
+}
+void COrbImage::ThresholdGreaterThanEqual(int plane, float threshold, float value) {
+  ThresholdWalk(*this, plane, value, [threshold](float s) { return s >= threshold; });
+}
+void COrbImage::ThresholdEqual(int plane, float threshold, float value) {
+  ThresholdWalk(*this, plane, value, [threshold](float s) { return s == threshold; });
+}
+void COrbImage::ThresholdNotEqual(int plane, float threshold, float value) {
+  ThresholdWalk(*this, plane, value, [threshold](float s) { return s != threshold; });
+}
+
+void COrbImage::CutOutOfLevel() {
+  if (IsEmpty()) return;
+  const int w = GetWidth();
+  CLineLoop loop(*this);
+  loop.RunPlanes(GetPlanes(), 0, GetHeight(), [&](int p, int y) {
+    const float lo = static_cast<float>(GetLevelMin(p)), hi = static_cast<float>(GetLevelMax(p));
+    float* line = GetImageAdr(0, y, p, 0);
+    for (int x = 0; x < w; ++x) {
+      if (line[x] < lo) line[x] = lo;
+      else if (line[x] > hi) line[x] = hi;
+    }
+  });
+}
+
+void COrbImage::LiftUp(int lines) {
+  if (lines == 0 || IsEmpty()) return;
+  const int h = GetHeight();
+  const std::size_t bytes = std::size_t(std::abs(GetBitsPixel() * GetWidth())) / 8;
+  for (int p = 0; p < GetPlanes(); ++p)
+    for (int y = 0; y < h; ++y) {
+      const int to = y - lines;
+      if (to < 0 || to >= h) continue;  // a negative count must not write below the image
+      std::memmove(GetImageAdr(0, to, p, 0), GetImageAdr(0, y, p), bytes);
+    }
+}
+
+// ---- Star centres and profiles ---------------------------------------------------------------
+
+namespace {
+
+// The samples of a rectangle as one plane (or the luminance), for the star measurements.
+struct CPatch {
+  int left = 0, top = 0, width = 0, height = 0;
+  std::vector<double> v;
+
+  double At(int x, int y) const { return v[std::size_t(y) * width + x]; }
+
+  bool Load(const COrbImage& img, int plane, CRect* rect) {
+    if (img.IsEmpty()) return false;
+    if (img.GetPlanes() < 3 && plane == -1) plane = 0;
+    if (plane < -1 || plane >= img.GetPlanes()) return false;
+    int right, bottom;
+    img.NormalizeRect(rect, left, top, right, bottom);
+    width = right - left;
+    height = bottom - top;
+    if (width <= 0 || height <= 0) return false;
+    double factor[3], offset[3];
+    img.GetLuminanceScale(factor, offset);
+    v.resize(std::size_t(width) * height);
+    for (int y = 0; y < height; ++y)
+      for (int x = 0; x < width; ++x) {
+        const int ix = left + x, iy = top + y;
+        v[std::size_t(y) * width + x] =
+            plane >= 0 ? img.GetPixelGrayRaw(ix, iy, plane)
+                       : COrbImage::CalcLuminance(factor, offset, img.GetPixelGrayRaw(ix, iy, 0),
+                                                  img.GetPixelGrayRaw(ix, iy, 1), img.GetPixelGrayRaw(ix, iy, 2));
+      }
+    return true;
+  }
+
+  // Median of the one-pixel frame: the sky around a star that the rectangle encloses.
+  double FrameMedian() const {
+    std::vector<double> frame;
+    for (int y = 0; y < height; ++y)
+      for (int x = 0; x < width; ++x)
+        if (y == 0 || y == height - 1 || x == 0 || x == width - 1) frame.push_back(At(x, y));
+    return MedianOf(std::move(frame));
+  }
+
+  // Weighted centre of the samples above background (in image coordinates).
+  bool Centre(double background, double& cx, double& cy) const {
+    double sw = 0, sx = 0, sy = 0;
+    for (int y = 0; y < height; ++y)
+      for (int x = 0; x < width; ++x) {
+        const double w = At(x, y) - background;
+        if (!(w > 0)) continue;  // also drops NaN samples
+        sw += w;
+        sx += w * x;
+        sy += w * y;
+      }
+    if (!(sw > 0) || !std::isfinite(sw)) return false;
+    cx = left + sx / sw;
+    cy = top + sy / sw;
+    return true;
+  }
+};
+
+int DefaultPlane(const COrbImage& img) { return img.GetPlanes() >= 3 ? -1 : 0; }
+
+}  // namespace
+
+int COrbImage::GetCentroid(double& x, double& y, CRect* rect) {
+  CPatch patch;
+  if (!patch.Load(*this, DefaultPlane(*this), rect)) return 0;
+  return patch.Centre(patch.FrameMedian(), x, y) ? 1 : 0;
+}
+
+int COrbImage::GetCentroid(int& x, int& y, CRect* rect) {
+  double fx, fy;
+  if (!GetCentroid(fx, fy, rect)) return 0;
+  x = static_cast<int>(std::floor(fx + 0.5));
+  y = static_cast<int>(std::floor(fy + 0.5));
+  return 1;
+}
+
+int COrbImage::GetCentroid2(double& x, double& y, CRect* rect) {
+  int left, top, right, bottom;
+  NormalizeRect(rect, left, top, right, bottom);
+  double cx, cy;
+  CRect window(left, top, right, bottom);
+  if (!GetCentroid(cx, cy, &window)) return 0;
+  const int w = right - left, h = bottom - top;
+  for (int step = 0; step < 10; ++step) {
+    const int l = static_cast<int>(std::floor(cx + 0.5)) - w / 2, t = static_cast<int>(std::floor(cy + 0.5)) - h / 2;
+    window = CRect(l, t, l + w, t + h);
+    double nx, ny;
+    if (!GetCentroid(nx, ny, &window)) break;
+    const bool settled = std::fabs(nx - cx) < 0.01 && std::fabs(ny - cy) < 0.01;
+    cx = nx;
+    cy = ny;
+    if (settled) break;
+  }
+  x = cx;
+  y = cy;
+  return 1;
+}
+
+int COrbImage::GetCentroidRaw(double& x, double& y, int plane, CRect* rect) {
+  CPatch patch;
+  if (!patch.Load(*this, plane, rect)) return 0;
+  return patch.Centre(0.0, x, y) ? 1 : 0;
+}
+
+int COrbImage::GetFitPrmFromCentroid(double* prm, double cx, double cy, int plane, CRect* rect) {
+  CPatch patch;
+  if (!prm || !patch.Load(*this, plane, rect) || patch.width * patch.height < 6) return 0;
+  const double bg = patch.FrameMedian();
+  double sw = 0, sr2 = 0;
+  for (int y = 0; y < patch.height; ++y)
+    for (int x = 0; x < patch.width; ++x) {
+      const double w = patch.At(x, y) - bg;
+      if (!(w > 0)) continue;
+      const double dx = patch.left + x - cx, dy = patch.top + y - cy;
+      sw += w;
+      sr2 += w * (dx * dx + dy * dy);
+    }
+  if (!(sw > 0) || !(sr2 > 0)) return 0;
+  // For a circular Gaussian the weighted mean of r^2 is 2 sigma^2.
+  const double sigma = std::sqrt(sr2 / sw / 2.0);
+  double sgv = 0, sgg = 0;
+  for (int y = 0; y < patch.height; ++y)
+    for (int x = 0; x < patch.width; ++x) {
+      const double dx = patch.left + x - cx, dy = patch.top + y - cy;
+      const double g = std::exp(-(dx * dx + dy * dy) / (2 * sigma * sigma));
+      sgv += g * (patch.At(x, y) - bg);
+      sgg += g * g;
+    }
+  prm[kFitX] = cx;
+  prm[kFitY] = cy;
+  prm[kFitSigma] = sigma;
+  prm[kFitPeak] = sgg > 0 ? sgv / sgg : 0.0;
+  prm[kFitBackground] = bg;
+  prm[kFitFwhm] = 2.0 * std::sqrt(2.0 * std::log(2.0)) * sigma;
+  return 1;
+}
+
+int COrbImage::GetFitPrm(double* prm, int plane, CRect* rect) {
+  CPatch patch;
+  if (!prm || !patch.Load(*this, plane, rect) || patch.width * patch.height < 6) return 0;
+  double cx, cy;
+  if (!patch.Centre(patch.FrameMedian(), cx, cy)) return 0;
+  double p[5];
+  {
+    double start[kFitCount];
+    if (!GetFitPrmFromCentroid(start, cx, cy, plane, rect)) return 0;
+    p[0] = start[kFitX], p[1] = start[kFitY], p[2] = start[kFitSigma], p[3] = start[kFitPeak];
+    p[4] = start[kFitBackground];
+  }
+  // Residual sum of squares and the normal equations of the model A exp(-r^2 / 2s^2) + B.
+  auto evaluate = [&](const double* q, double* jtj, double* jtr) {
+    double rss = 0;
+    if (jtj) std::fill(jtj, jtj + 25, 0.0), std::fill(jtr, jtr + 5, 0.0);
+    for (int y = 0; y < patch.height; ++y)
+      for (int x = 0; x < patch.width; ++x) {
+        const double v = patch.At(x, y);
+        if (!std::isfinite(v)) continue;
+        const double dx = patch.left + x - q[0], dy = patch.top + y - q[1];
+        const double r2 = dx * dx + dy * dy, s2 = q[2] * q[2];
+        const double g = std::exp(-r2 / (2 * s2));
+        const double res = v - (q[3] * g + q[4]);
+        rss += res * res;
+        if (!jtj) continue;
+        const double j[5] = {q[3] * g * dx / s2, q[3] * g * dy / s2, q[3] * g * r2 / (s2 * q[2]), g, 1.0};
+        for (int a = 0; a < 5; ++a) {
+          jtr[a] += j[a] * res;
+          for (int b = 0; b < 5; ++b) jtj[a * 5 + b] += j[a] * j[b];
+        }
+      }
+    return rss;
+  };
+  double lambda = 1e-3;
+  double jtj[25], jtr[5];
+  double rss = evaluate(p, jtj, jtr);
+  for (int iter = 0; iter < 100; ++iter) {
+    double a[25], b[5], q[5];
+    std::copy(jtj, jtj + 25, a);
+    std::copy(jtr, jtr + 5, b);
+    for (int k = 0; k < 5; ++k) a[k * 5 + k] *= 1.0 + lambda;
+    if (!Solve(a, b, 5)) break;
+    for (int k = 0; k < 5; ++k) q[k] = p[k] + b[k];
+    q[2] = std::fabs(q[2]);
+    const double next = q[2] > 0 ? evaluate(q, nullptr, nullptr) : rss + 1;
+    if (next < rss) {
+      const bool converged = rss - next <= 1e-12 * rss;
+      std::copy(q, q + 5, p);
+      rss = evaluate(p, jtj, jtr);
+      lambda = std::max(lambda * 0.1, 1e-12);
+      if (converged) break;
+    } else {
+      lambda *= 10;
+      if (lambda > 1e12) break;
+    }
+  }
+  prm[kFitX] = p[0];
+  prm[kFitY] = p[1];
+  prm[kFitSigma] = p[2];
+  prm[kFitPeak] = p[3];
+  prm[kFitBackground] = p[4];
+  prm[kFitFwhm] = 2.0 * std::sqrt(2.0 * std::log(2.0)) * p[2];
+  return 1;
+}
+
+int COrbImage::Get1stBrighterPixel(int plane, CRect* rect, double level, int& x, int& y) {
+  x = y = -1;
+  if (IsEmpty()) return 0;
+  if (GetPlanes() < 3 && plane == -1) plane = 0;
+  if (plane < -1 || plane >= GetPlanes()) return 0;
+  int left, top, right, bottom;
+  NormalizeRect(rect, left, top, right, bottom);
+  double factor[3], offset[3];
+  GetLuminanceScale(factor, offset);
+  for (int yy = top; yy < bottom; ++yy)
+    for (int xx = left; xx < right; ++xx) {
+      const double v = plane >= 0 ? GetPixelGrayRaw(xx, yy, plane)
+                                  : CalcLuminance(factor, offset, GetPixelGrayRaw(xx, yy, 0),
+                                                  GetPixelGrayRaw(xx, yy, 1), GetPixelGrayRaw(xx, yy, 2));
+      if (v > level) {
+        x = xx;
+        y = yy;
+        return 1;
+      }
+    }
+  return 0;
+}
+
+int COrbImage::ApplyMask_Do0_x(const COrbImage* mask, int showProgress) {
+  if (!mask || IsEmpty() || mask->IsEmpty() || mask->GetWidth() != GetWidth() || mask->GetHeight() != GetHeight())
+    return 0;
+  const bool vector = (CQrnSys::SIMD() & 2) != 0;
+  const int w = GetWidth(), h = GetHeight(), planes = GetPlanes();
+  ShowProgressInit(showProgress, kPreparingTitle, h * planes);
+  CLineLoop loop(*this);
+  loop.RunPlanes(planes, 0, h, [&](int p, int y) {
+    const int mp = mask->GetPlanes() == planes ? p : 0;
+    MaskRow(GetImageAdr(0, y, p, 0), mask->GetImageAdr(0, y, mp), w, vector);
+  });
+  ShowProgressEnd(nullptr);
+  return 1;
+}
