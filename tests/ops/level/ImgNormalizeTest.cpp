@@ -1,0 +1,72 @@
+#include "ops/level/ImgNormalize.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "ops/level/LevelTestImages.h"
+
+using leveltest::Make;
+
+namespace {
+
+// Mean and population standard deviation of a plane, by a direct two-pass sum.
+void Moments(const COrbImage& image, int p, double& mean, double& sd) {
+  const double n = double(image.GetWidth()) * image.GetHeight();
+  double sum = 0, dev = 0;
+  for (int y = 0; y < image.GetHeight(); ++y)
+    for (int x = 0; x < image.GetWidth(); ++x) sum += image.GetPixelGrayRaw(x, y, p);
+  mean = sum / n;
+  for (int y = 0; y < image.GetHeight(); ++y)
+    for (int x = 0; x < image.GetWidth(); ++x) dev += std::pow(image.GetPixelGrayRaw(x, y, p) - mean, 2);
+  sd = std::sqrt(dev / n);
+}
+
+TEST(ImgNormalize, HandWorkedShiftAndScale) {
+  // Samples 1, 2, 3, 4: μ = 2.5, σ = sqrt(1.25).
+  auto src = Make(4, 1, 1, 0, 10, [](int x, int, int) { return x + 1; });
+  COrbImage shifted(*src), scaled(*src);
+  float mean[1] = {10.0f}, sigma[1] = {float(2 * std::sqrt(1.25))};
+  static_cast<CImgNormalize&>(shifted).Do(src.get(), mean, nullptr, 0);
+  static_cast<CImgNormalize&>(scaled).Do(src.get(), nullptr, sigma, 0);
+  for (int x = 0; x < 4; ++x) {
+    EXPECT_EQ(shifted.GetPixelGrayRaw(x, 0, 0), x + 8.5f);
+    // Doubling the spread about 2.5: 1 -> -0.5, 2 -> 1.5, ...; sigma passes through float (1e-6).
+    EXPECT_NEAR(scaled.GetPixelGrayRaw(x, 0, 0), 2.5 + 2 * (x + 1 - 2.5), 1e-5);
+  }
+}
+
+TEST(ImgNormalize, BothReachTheRequestedMomentsOnEveryPlane) {
+  auto src = leveltest::Noise(17, 5, 3, 900, 5000);
+  COrbImage dst(*src);
+  float mean[3] = {100, 2000, -50}, sigma[3] = {10, 300, 1};
+  static_cast<CImgNormalize&>(dst).Do(&dst, mean, sigma, 1);
+  for (int p = 0; p < 3; ++p) {
+    double m, s;
+    Moments(dst, p, m, s);
+    // Samples are stored as float between the two steps: relative error about 1e-6 of ~5000.
+    EXPECT_NEAR(m, mean[p], 0.02) << p;
+    EXPECT_NEAR(s, sigma[p], 0.02) << p;
+  }
+}
+
+TEST(ImgNormalize, ConstantPlaneIsShiftedNotScaled) {
+  auto src = Make(3, 3, 1, 0, 10, [](int, int, int) { return 4; });
+  COrbImage dst(*src);
+  float mean[1] = {6}, sigma[1] = {2};
+  static_cast<CImgNormalize&>(dst).Do(src.get(), mean, sigma, 0);
+  for (int x = 0; x < 3; ++x) EXPECT_EQ(dst.GetPixelGrayRaw(x, 2, 0), 6.0f);
+}
+
+TEST(ImgNormalize, NothingRequestedOrMismatchedSourceChangesNothing) {
+  auto src = Make(3, 3, 1, 0, 10, [](int x, int, int) { return x; });
+  auto other = Make(3, 3, 3, 0, 10, [](int x, int, int) { return x; });
+  COrbImage dst(*src);
+  float mean[3] = {50, 50, 50};
+  static_cast<CImgNormalize&>(dst).Do(src.get(), nullptr, nullptr, 0);
+  static_cast<CImgNormalize&>(dst).Do(other.get(), mean, nullptr, 0);
+  static_cast<CImgNormalize&>(dst).Do(nullptr, mean, nullptr, 0);
+  EXPECT_TRUE(leveltest::BitEqual(dst, *src));
+}
+
+}  // namespace

@@ -1,0 +1,105 @@
+#include "ops/level/ImgToneCurve.h"
+
+#include <gtest/gtest.h>
+
+#include "ops/level/LevelTestImages.h"
+
+using leveltest::Make;
+
+namespace {
+
+// Level window 0..255 makes the raw value the 0..255 value, so results read directly.
+float Apply(float** curves, int n, float v, int planes = 1, int plane = 0) {
+  auto src = Make(1, 1, planes, 0, 255, [&](int, int, int) { return v; });
+  COrbImage dst(*src);
+  static_cast<CImgToneCurve&>(dst).Do(curves, n, src.get(), nullptr, 0, 0);
+  return dst.GetPixelGrayRaw(0, 0, plane);
+}
+
+TEST(ImgToneCurve, LookupTruncatesWithoutInterpolating) {
+  float curve[3] = {0.0f, 0.5f, 1.0f};
+  float* curves[1] = {curve};
+  // Index trunc(t·2/255): 127 -> 0, 127.5 -> 1, 254.9 -> 1, 255 -> 2.
+  EXPECT_EQ(Apply(curves, 3, 127.0f), 0.0f);
+  EXPECT_EQ(Apply(curves, 3, 127.5f), 127.5f);
+  EXPECT_EQ(Apply(curves, 3, 254.9f), 127.5f);
+  EXPECT_EQ(Apply(curves, 3, 255.0f), 255.0f);
+}
+
+TEST(ImgToneCurve, ExtendsBeyondItsEnds) {
+  float rising[3] = {0.0f, 0.2f, 0.6f}, flat[3] = {0.0f, 0.7f, 0.7f}, falling[3] = {0.0f, 0.9f, 0.5f};
+  float* curves[1] = {rising};
+  // Last segment rises 0.4 of 255 over 127.5: slope 0.8 from (153, 153) -> 153 + 147·0.8.
+  // Float rounding of 0.6·255 and the slope stays within 1e-4.
+  EXPECT_NEAR(Apply(curves, 3, 300.0f), 270.6f, 1e-4);
+  EXPECT_NEAR(CImgToneCurve::CalcToneCurve(rising, 2, 300.0f), 270.6f, 1e-4);
+  curves[0] = flat;
+  EXPECT_NEAR(Apply(curves, 3, 400.0f), 0.7f * 255.0f, 1e-4);
+  curves[0] = falling;  // a falling end is continued flat, never downwards
+  EXPECT_NEAR(Apply(curves, 3, 400.0f), 0.5f * 255.0f, 1e-4);
+}
+
+TEST(ImgToneCurve, BelowTheLevelMinimumGivesTheMinimumWhateverTheCurve) {
+  float curve[2] = {0.8f, 0.9f};
+  float* curves[1] = {curve};
+  auto src = Make(3, 1, 1, 1000, 2000, [](int x, int, int) { return 999.0f - x * 100; });
+  COrbImage dst(*src);
+  static_cast<CImgToneCurve&>(dst).Do(curves, 2, src.get(), nullptr, 0, 0);
+  for (int x = 0; x < 3; ++x) EXPECT_EQ(dst.GetPixelGrayRaw(x, 0, 0), 1000.0f);
+}
+
+TEST(ImgToneCurve, ColourPlanesPassTheirOwnCurveThenTheMaster) {
+  float master[3] = {0.0f, 0.5f, 1.0f}, lift[3] = {0.6f, 0.6f, 1.0f}, identity[256], dark[3] = {0, 0, 0};
+  for (int i = 0; i < 256; ++i) identity[i] = i / 255.0f;
+  float* curves[4] = {master, lift, identity, dark};
+  // Red 100: own curve -> 0.6·255 = 153, master index trunc(153·2/255) = 1 -> 127.5.
+  EXPECT_EQ(Apply(curves, 3, 100.0f, 3, 0), 127.5f);
+  // Blue: own curve 0, master index 0 -> 0.
+  EXPECT_EQ(Apply(curves, 3, 100.0f, 3, 2), 0.0f);
+}
+
+TEST(ImgToneCurve, HAlphaStretchesRedTwiceGreenOnce) {
+  auto src = Make(17, 2, 3, 0, 255, [](int, int, int) { return 50; });
+  COrbImage dst(*src);
+  static_cast<CImgToneCurve&>(dst).DoHAlpha(0.5, 1.0, src.get(), nullptr, 0);
+  // Knee at 127.5: 50 -> 50/127.5 of 255 = 100; red then 100 -> 200. The float curve points
+  // carry relative rounding of about 1e-7, i.e. 1e-4 at these values.
+  for (int x = 0; x < 17; ++x) {
+    EXPECT_NEAR(dst.GetPixelGrayRaw(x, 1, 0), 200.0f, 1e-4);
+    EXPECT_NEAR(dst.GetPixelGrayRaw(x, 1, 1), 100.0f, 1e-4);
+    EXPECT_NEAR(dst.GetPixelGrayRaw(x, 1, 2), 100.0f, 1e-4);
+  }
+}
+
+TEST(ImgToneCurve, HAlphaThresholdZeroKeepsTheImage) {
+  auto src = Make(256, 1, 1, 0, 255, [](int x, int, int) { return x; });
+  COrbImage dst(*src);
+  static_cast<CImgToneCurve&>(dst).DoHAlpha(0.0, 3.0, src.get(), nullptr, 0);
+  // Identity points i/255 in float times 255 come back within 1e-4 of i.
+  for (int x = 0; x < 256; ++x) EXPECT_NEAR(dst.GetPixelGrayRaw(x, 0, 0), x, 1e-4);
+}
+
+TEST(ImgToneCurve, HAlphaLevelUsesPlaneZeroRangeOnEveryPlane) {
+  auto src = Make(4, 3, 3, 0, 1, [](int x, int y, int p) { return 10.0 * p + x + y; });
+  COrbImage dst(*src);
+  static_cast<CImgToneCurve&>(dst).DoHAlphaLevel(2.0, src.get());
+  for (int p = 0; p < 3; ++p) {
+    EXPECT_EQ(dst.GetLevelMin(p), 0.0);
+    EXPECT_EQ(dst.GetLevelMax(p), 10.0);  // plane 0 maximum 5, times 2
+  }
+}
+
+TEST(ImgToneCurve, BadCurvesWriteNothing) {
+  float curve[1] = {1.0f};
+  float* curves[4] = {curve, curve, nullptr, curve};
+  auto src = Make(2, 2, 3, 0, 255, [](int, int, int) { return 5; });
+  COrbImage dst(*src);
+  static_cast<CImgToneCurve&>(dst).Do(curves, 1, src.get(), nullptr, 0, 0);   // one point: no segment
+  static_cast<CImgToneCurve&>(dst).Do(nullptr, 3, src.get(), nullptr, 0, 0);  // no curves
+  float two[2] = {0.5f, 0.5f};
+  curves[0] = curves[1] = curves[3] = two;
+  static_cast<CImgToneCurve&>(dst).Do(curves, 2, src.get(), nullptr, 0, 0);  // a plane curve missing
+  EXPECT_TRUE(leveltest::BitEqual(dst, *src));
+}
+
+}  // namespace
