@@ -1,0 +1,233 @@
+// Dark subtraction, flat division and the combined dark-and-flat pass.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <random>
+
+#include "core/OrbImage.h"
+#include "ops/calibration/CalibrationTestImages.h"
+
+using calibtest::At;
+using calibtest::Image;
+
+namespace {
+
+TEST(OrbImageCalibration, DarkSubtractionClampsAtZeroPlaneByPlaneOrFromGreyPlane) {
+  auto light = Image(3, 1, 3, {10, 5, 7, 1, 20, 3, 0, 0, 100});
+  auto greyDark = Image(3, 1, 1, {4, 5, 10});
+  light->DarkClbrtn(greyDark.get(), 0);
+  // A grey dark serves every plane; equal or larger dark samples give exactly 0.
+  const float grey[3][3] = {{6, 0, 0}, {0, 15, 0}, {0, 0, 90}};
+  for (int p = 0; p < 3; ++p)
+    for (int x = 0; x < 3; ++x) EXPECT_EQ(At(*light, x, 0, p), grey[p][x]) << "plane " << p << " x " << x;
+
+  auto light2 = Image(3, 1, 3, {10, 5, 7, 1, 20, 3, 0, 0, 100});
+  auto colourDark = Image(3, 1, 3, {1, 1, 1, 2, 2, 2, 3, 3, 3});
+  light2->DarkClbrtn(colourDark.get(), 0);
+  const float colour[3][3] = {{9, 4, 6}, {0, 18, 1}, {0, 0, 97}};
+  for (int p = 0; p < 3; ++p)
+    for (int x = 0; x < 3; ++x) EXPECT_EQ(At(*light2, x, 0, p), colour[p][x]) << "plane " << p << " x " << x;
+  EXPECT_EQ(light2->GetLockCount(), 0);
+  EXPECT_EQ(colourDark->GetLockCount(), 0);
+
+  light2->DarkClbrtn(nullptr, 0);  // no dark: nothing to do
+  EXPECT_EQ(At(*light2, 0, 0, 0), 9.0f);
+}
+
+TEST(OrbImageCalibration, NotANumberSurvivesDarkSubtractionButNotTheCombinedPass) {
+  auto light = Image(2, 1, 1, {NAN, 3});
+  auto dark = Image(2, 1, 1, {1, 1});
+  auto target = Image(2, 1, 1, {-7, -7});
+  target->DarkFlat(light.get(), dark.get(), nullptr, nullptr, nullptr, nullptr, 0, 0, nullptr, 0);
+  EXPECT_EQ(At(*target, 0, 0), 0.0f);  // "not greater than 0" includes NaN
+  EXPECT_EQ(At(*target, 1, 0), 2.0f);
+  light->DarkClbrtn(dark.get(), 0);
+  EXPECT_TRUE(std::isnan(At(*light, 0, 0)));  // "at most 0" does not
+}
+
+TEST(OrbImageCalibration, PlainFlatDividesByFlatOverItsPlaneZeroMean) {
+  // Flat sum 10 over (w − 1)(h − 1) = 2 gives the normaliser 5. Samples 0 and −1 leave the light alone.
+  auto flat = Image(3, 2, 1, {2, 4, 0, 2, -1, 3});
+  auto light = Image(3, 2, 1, {10, 10, 10, 10, 10, 10});
+  light->FlatClbrtn(flat.get(), 0);
+  EXPECT_EQ(At(*light, 0, 0), 25.0f);
+  EXPECT_EQ(At(*light, 1, 0), 12.5f);
+  EXPECT_EQ(At(*light, 2, 0), 10.0f);
+  EXPECT_EQ(At(*light, 0, 1), 25.0f);
+  EXPECT_EQ(At(*light, 1, 1), 10.0f);
+  EXPECT_EQ(At(*light, 2, 1), 50.0f / 3.0f);
+
+  // A colour flat: every plane is normalised by plane 0's mean (4 here), not its own.
+  auto colourFlat = Image(2, 2, 3, {1, 1, 1, 1, 2, 2, 2, 2, 3, 3, 3, 3});
+  auto colour = Image(2, 2, 3, [](int, int, int) { return 6.0; });
+  colour->FlatClbrtn(colourFlat.get(), 0);
+  EXPECT_EQ(At(*colour, 1, 1, 0), 24.0f);
+  EXPECT_EQ(At(*colour, 1, 1, 1), 12.0f);
+  EXPECT_EQ(At(*colour, 1, 1, 2), 8.0f);
+}
+
+TEST(OrbImageCalibration, FlatGammaIsAnchoredAtTopAndBottom) {
+  EXPECT_FLOAT_EQ(COrbImage::FlatGamma(3.0f, 3.0f, -1.0f, 2.2), 3.0f);
+  EXPECT_FLOAT_EQ(COrbImage::FlatGamma(-1.0f, 3.0f, -1.0f, 2.2), -1.0f);
+  EXPECT_FLOAT_EQ(COrbImage::FlatGamma(0.37f, 3.0f, -1.0f, 1.0), 0.37f);
+  // Midway between bottom and top: 0.5^gamma of the span above the bottom.
+  EXPECT_FLOAT_EQ(COrbImage::FlatGamma(1.0f, 3.0f, -1.0f, 0.5), static_cast<float>(std::sqrt(0.5) * 4 - 1));
+  EXPECT_FLOAT_EQ(COrbImage::FlatGamma(1.0f, 3.0f, -1.0f, 2.0), 0.0f);
+}
+
+TEST(OrbImageCalibration, FlatWithPedestalAndGamma) {
+  // Flat 1..3, sum 8 over (w − 1)(h − 1) = 1: mean 8, bottom 3 − 2·2 = −1.
+  auto flat = Image(2, 2, 1, {1, 3, 1, 3});
+  auto light = Image(2, 2, 1, [](int, int, int) { return 15.0; });
+  light->FlatClbrtn(flat.get(), 0.25f, 0.0, 0);  // f' = f + 8 · 0.25
+  EXPECT_EQ(At(*light, 0, 0), 40.0f);
+  EXPECT_EQ(At(*light, 1, 0), 24.0f);
+
+  // Pedestal 0 and no gamma: the plain division.
+  auto plain = Image(2, 2, 1, [](int, int, int) { return 15.0; });
+  plain->FlatClbrtn(flat.get(), 0.0f, -1.0, 0);
+  EXPECT_EQ(At(*plain, 0, 0), 120.0f);
+  EXPECT_EQ(At(*plain, 1, 0), 40.0f);
+
+  // Gamma 2: the mean maps to (9/4)² · 4 − 1 = 19.25, flat 1 to 0 (no division), flat 3 to 3.
+  auto curved = Image(2, 2, 1, [](int, int, int) { return 15.0; });
+  curved->FlatClbrtn(flat.get(), 0.0f, 2.0, 0);
+  EXPECT_EQ(At(*curved, 0, 0), 15.0f);
+  EXPECT_EQ(At(*curved, 1, 0), 96.25f);
+}
+
+TEST(OrbImageCalibration, FlatWithoutRangeIsIgnoredForItsPlaneAndLaterOnes) {
+  auto constant = Image(2, 2, 1, {4, 4, 4, 4});
+  auto light = Image(2, 2, 1, {15, 16, 17, 18});
+  light->FlatClbrtn(constant.get(), 0.1f, 1.5, 0);
+  EXPECT_EQ(At(*light, 1, 1), 18.0f);
+
+  // Plane 1 has no range, so planes 1 and 2 stay undivided although plane 2 has one.
+  auto flat = Image(2, 2, 3, {1, 3, 1, 3, 2, 2, 2, 2, 1, 3, 1, 3});
+  auto colour = Image(2, 2, 3, [](int, int, int) { return 15.0; });
+  colour->FlatClbrtn(flat.get(), 0.0f, 0.0, 0);
+  EXPECT_EQ(At(*colour, 0, 0, 0), 120.0f);
+  EXPECT_EQ(At(*colour, 0, 0, 1), 15.0f);
+  EXPECT_EQ(At(*colour, 0, 0, 2), 15.0f);
+
+  // The combined pass still subtracts the dark.
+  auto dark = Image(2, 2, 1, {5, 5, 5, 5});
+  auto raw = Image(2, 2, 1, {15, 16, 17, 18});
+  float lo = 4, hi = 4, mean = 4;
+  raw->DarkFlat(nullptr, dark.get(), constant.get(), &lo, &hi, &mean, 0.0f, 0.0, nullptr, 0);
+  EXPECT_EQ(At(*raw, 1, 1), 13.0f);
+}
+
+// The per-sample rule of the combined pass, written out from its description.
+float CombinedReference(float v, const float* d, const float* f, float lo, float hi, float mean, float pedestal,
+                        double gamma) {
+  if (d) {
+    v = v - *d;
+    if (!(v > 0)) v = 0;
+  }
+  if (f && lo != hi) {
+    const float bottom = hi - 2.0f * (hi - lo);
+    const double span = double(hi) - bottom;
+    auto curve = [&](double s) { return float(std::pow((s - bottom) / span, gamma) * span + bottom); };
+    const float m = gamma > 0 ? curve(mean) : mean;
+    float g = gamma > 0 ? curve(*f) : *f;
+    g += m * pedestal;
+    if (g > 0) v = m * v / g;
+  }
+  return v;
+}
+
+TEST(OrbImageCalibration, CombinedPassMatchesTheSampleRuleOnAwkwardShapes) {
+  for (int planes : {1, 3})
+    for (int w : {1, 3, 5, 17}) {
+      const int h = 4;
+      auto src = Image(w, h, planes, [](int x, int y, int p) { return 40.0 + 13 * x - 7 * y + 5 * p; });
+      auto dark = Image(w, h, 1, [](int x, int y, int) { return (x + 2 * y) % 5 * 9.0; });
+      auto flat = Image(w, h, planes, [](int x, int y, int p) { return 0.6 + 0.05 * ((x * 3 + y + p) % 9); });
+      float lo[3], hi[3], mean[3];
+      for (int p = 0; p < planes; ++p) {
+        lo[p] = 0.6f, hi[p] = 1.0f, mean[p] = 0.8f + 0.01f * p;
+      }
+      auto target = Image(w, h, planes, [](int, int, int) { return -1.0; });
+      target->DarkFlat(src.get(), dark.get(), flat.get(), lo, hi, mean, 0.05f, 1.7, nullptr, 0);
+      for (int p = 0; p < planes; ++p)
+        for (int y = 0; y < h; ++y)
+          for (int x = 0; x < w; ++x) {
+            const float d = At(*dark, x, y), f = At(*flat, x, y, p);
+            const float want = CombinedReference(At(*src, x, y, p), &d, &f, lo[p], hi[p], mean[p], 0.05f, 1.7);
+            // Relative 1e-6: the reference may round a product differently in the last bit.
+            EXPECT_NEAR(At(*target, x, y, p), want, 1e-6 * std::fabs(want)) << w << "x" << h << " p" << p;
+          }
+      EXPECT_EQ(target->GetLockCount() + src->GetLockCount() + dark->GetLockCount() + flat->GetLockCount(), 0);
+    }
+}
+
+TEST(OrbImageCalibration, CombinedPassWritesOnlyTheRectangleAndSkipsMissingFrames) {
+  auto src = Image(6, 5, 1, [](int x, int y, int) { return 100.0 + x + 10 * y; });
+  auto target = Image(6, 5, 1, [](int, int, int) { return -3.0; });
+  CRect rect(1, 2, 4, 9);  // clipped to rows 2..4
+  target->DarkFlat(src.get(), nullptr, nullptr, nullptr, nullptr, nullptr, 0.5f, 2.0, &rect, 0);
+  for (int y = 0; y < 5; ++y)
+    for (int x = 0; x < 6; ++x) {
+      const bool inside = x >= 1 && x < 4 && y >= 2;
+      EXPECT_EQ(At(*target, x, y), inside ? 100.0f + x + 10 * y : -3.0f) << x << "," << y;
+    }
+
+  // Without statistics the flat's own minimum, maximum and mean are used.
+  auto flat = Image(2, 2, 1, {1, 3, 1, 3});
+  auto light = Image(2, 2, 1, [](int, int, int) { return 15.0; });
+  light->DarkFlat(nullptr, nullptr, flat.get(), nullptr, nullptr, nullptr, 0.25f, 0.0, nullptr, 0);
+  EXPECT_EQ(At(*light, 0, 0), 40.0f);
+  EXPECT_EQ(At(*light, 1, 0), 24.0f);
+}
+
+TEST(OrbImageCalibration, SyntheticRawFrameReturnsToTheSky) {
+  const int w = 61, h = 43, planes = 3;
+  const double sigma = 2.0;
+  auto sky = Image(w, h, planes, [](int x, int y, int p) { return 500.0 + 3.0 * x + 2.0 * y + 100.0 * p; });
+  // Vignetting-like response, then normalised to mean 1.
+  auto response = [&](int x, int y, int p) {
+    const double dx = (x - w / 2.0) / w, dy = (y - h / 2.0) / h;
+    return 1.0 - 1.2 * (dx * dx + dy * dy) - 0.05 * p;
+  };
+  auto flat = Image(w, h, planes, response);
+  float lo[3], hi[3], mean[3];
+  for (int p = 0; p < planes; ++p) {
+    double sum = 0;
+    for (int y = 0; y < h; ++y)
+      for (int x = 0; x < w; ++x) sum += response(x, y, p);
+    const double m = sum / (w * h);
+    lo[p] = 1e9f, hi[p] = -1e9f;
+    for (int y = 0; y < h; ++y)
+      for (int x = 0; x < w; ++x) {
+        const float f = static_cast<float>(response(x, y, p) / m);
+        flat->SetPixelGrayRaw(x, y, f, p);
+        lo[p] = std::min(lo[p], f), hi[p] = std::max(hi[p], f);
+      }
+    mean[p] = 1.0f;
+  }
+  auto dark = Image(w, h, planes, [](int x, int y, int p) { return (x * 7 + y * 3 + p) % 11 == 0 ? 400.0 : 50.0; });
+  std::mt19937 rng(4242);
+  std::normal_distribution<double> gauss(0.0, sigma);
+  auto raw = Image(w, h, planes, [&](int x, int y, int p) {
+    const double n = std::clamp(gauss(rng), -4 * sigma, 4 * sigma);
+    return At(*sky, x, y, p) * At(*flat, x, y, p) + At(*dark, x, y, p) + n;
+  });
+
+  auto result = Image(w, h, planes, [](int, int, int) { return 0.0; });
+  result->DarkFlat(raw.get(), dark.get(), flat.get(), lo, hi, mean, 0.0f, 0.0, nullptr, 1);
+  double residualSum = 0;
+  for (int p = 0; p < planes; ++p)
+    for (int y = 0; y < h; ++y)
+      for (int x = 0; x < w; ++x) {
+        const double residual = At(*result, x, y, p) - At(*sky, x, y, p);
+        // Noise is cut at 4 sigma and then divided by the flat; 0.01 covers float rounding near 1000.
+        EXPECT_LE(std::fabs(residual), 4 * sigma / At(*flat, x, y, p) + 0.01) << x << "," << y << " p" << p;
+        residualSum += residual;
+      }
+  // The residual is the noise alone: its mean is zero within 4 standard errors (about 0.06).
+  EXPECT_NEAR(residualSum / (w * h * planes), 0.0, 4 * 1.3 * sigma / std::sqrt(w * h * planes));
+}
+
+}  // namespace

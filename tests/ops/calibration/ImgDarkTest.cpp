@@ -1,0 +1,78 @@
+// Dark synthesis from two measured darks.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "ops/calibration/CalibrationTestImages.h"
+#include "ops/calibration/ImgDark.h"
+
+using calibtest::At;
+using calibtest::Image;
+
+namespace {
+
+// A dark current model linear in temperature: bias plus a per-pixel rate times degrees.
+double DarkAt(int x, int y, int p, double temperature) {
+  return 100.0 + 7 * p + (0.5 + ((x * 5 + y * 3) % 7)) * (temperature + 20.0);
+}
+
+TEST(ImgDark, ScoreBetweenTwoDarksReproducesTheMiddleTemperature) {
+  for (int planes : {1, 3})
+    for (int w : {1, 5, 17}) {
+      auto d0 = Image(w, 3, planes, [](int x, int y, int p) { return DarkAt(x, y, p, -10.0); });
+      auto d1 = Image(w, 3, planes, [](int x, int y, int p) { return DarkAt(x, y, p, 0.0); });
+      auto want = Image(w, 3, planes, [](int x, int y, int p) { return DarkAt(x, y, p, -5.0); });
+      static_cast<CImgDark&>(*d0).DoInterpolateByScore(d1.get(), -5.0, -10.0, 0.0, 0);
+      // The samples are below 400 and the mix is exact in double: one float rounding (3e-5) at most.
+      EXPECT_TRUE(qrntest::ImagesNear(*d0, *want, 1e-4)) << w << " wide, " << planes << " planes";
+      EXPECT_EQ(d0->GetLockCount() + d1->GetLockCount(), 0);
+    }
+}
+
+TEST(ImgDark, ScoreOutsideTheReferencesGivesTheNearerDark) {
+  auto d0 = Image(3, 1, 1, {10, 20, 30});
+  auto d1 = Image(3, 1, 1, {20, 10, 30});
+  // Beyond the second reference: clamped to D1 where D1 > D0; where D1 < D0 the result
+  // (20 − 10·2 = 0) is below D1 but is only compared with D0 afterwards, so it becomes D0.
+  static_cast<CImgDark&>(*d0).DoInterpolateByScore(d1.get(), 3.0, 1.0, 2.0, 0);
+  EXPECT_EQ(At(*d0, 0, 0), 20.0f);
+  EXPECT_EQ(At(*d0, 1, 0), 20.0f);
+  EXPECT_EQ(At(*d0, 2, 0), 30.0f);
+
+  // Below the first reference, with D1 < D0: r = 20 + (−10)(−1) = 30 > D1, so D1.
+  auto e0 = Image(1, 1, 1, {20});
+  auto e1 = Image(1, 1, 1, {10});
+  static_cast<CImgDark&>(*e0).DoInterpolateByScore(e1.get(), 0.0, 1.0, 2.0, 0);
+  EXPECT_EQ(At(*e0, 0, 0), 10.0f);
+
+  static_cast<CImgDark&>(*e0).DoInterpolateByScore(nullptr, 0.0, 1.0, 2.0, 0);  // nothing to mix with
+  EXPECT_EQ(At(*e0, 0, 0), 10.0f);
+}
+
+TEST(ImgDark, ProportionAddsTwoIndependentShares) {
+  // Temperature halfway (0.5 of the difference) and exposure a quarter beyond (1.25): 1.75 in all.
+  auto d0 = Image(2, 2, 3, [](int x, int y, int p) { return 10.0 + x + 2 * y + 4 * p; });
+  auto d1 = Image(2, 2, 1, [](int x, int y, int) { return 30.0 + 3 * x - y; });
+  auto want = Image(2, 2, 3, [](int x, int y, int p) {
+    const double a = 10.0 + x + 2 * y + 4 * p, b = 30.0 + 3 * x - y;
+    return a + 1.75 * (b - a);
+  });
+  static_cast<CImgDark&>(*d0).DoInterpolateByProportion(d1.get(), 5.0, 0.0, 10.0, 60.0, 120.0, 135.0, 0);
+  // Values near 40 computed in double and stored once as float: 4e-6 at most.
+  EXPECT_TRUE(qrntest::ImagesNear(*d0, *want, 1e-5));
+}
+
+TEST(ImgDark, PowerAddsAScaledCopyOfTheFirstDark) {
+  // |b − c| = 1 is not above |c − a| = 3, so x = b = 5; k = 2^(5 − 4/2) = 8.
+  // r = D0 + (D1 − D0)/2 + 8 D0: D0 = 2, D1 = 6 gives 2 + 2 + 16 = 20.
+  auto d0 = Image(1, 1, 1, {2});
+  auto d1 = Image(1, 1, 1, {6});
+  static_cast<CImgDark&>(*d0).DoInterpolateByPower(d1.get(), 1.0, 0.0, 2.0, 1.0, 5.0, 4.0, 2.0, 0);
+  EXPECT_EQ(At(*d0, 0, 0), 20.0f);
+  // |b − c| = 3 is above |c − a| = 1, so x = a = 3: k = 2^(3 − 2) = 2; 2 + 2 + 4 = 8.
+  auto e0 = Image(1, 1, 1, {2});
+  static_cast<CImgDark&>(*e0).DoInterpolateByPower(d1.get(), 1.0, 0.0, 2.0, 3.0, 7.0, 4.0, 2.0, 0);
+  EXPECT_EQ(At(*e0, 0, 0), 8.0f);
+}
+
+}  // namespace

@@ -1,0 +1,117 @@
+// Sky-gradient removal with linear and parabolic profiles.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "ops/calibration/CalibrationTestImages.h"
+#include "ops/calibration/ImgFlat.h"
+
+using calibtest::At;
+using calibtest::Image;
+
+namespace {
+
+CImgFlat& Flat(std::unique_ptr<COrbImage>& image) { return static_cast<CImgFlat&>(*image); }
+
+TEST(ImgFlat, TwoPointGradientAlongEachAxis) {
+  auto src = Image(5, 4, 1, [](int x, int y, int) { return 100.0 + x * y; });
+  // Horizontal: unit vector (1, 0), reference (0 + 0)/2 = 0, so t = x.
+  CPoint p1(0, 0), p2(9, 0);
+  double slope = 2.0;
+  auto target = Image(5, 4, 1, [](int, int, int) { return 0.0; });
+  Flat(target).DoFlat(src.get(), &p1, &p2, &slope, nullptr, nullptr, 0, nullptr, 0);
+  for (int y = 0; y < 4; ++y)
+    for (int x = 0; x < 5; ++x) EXPECT_EQ(At(*target, x, y), 100.0f + x * y - 2.0f * x) << x << "," << y;
+
+  // Upward along y (dy < 0, dx = 0): uy = −1, reference (6 + 1)/2 = 3, so t = −y − 3.
+  CPoint q1(2, 6), q2(2, 1);
+  Flat(target).DoFlat(src.get(), &q1, &q2, &slope, nullptr, nullptr, 0, nullptr, 0);
+  for (int y = 0; y < 4; ++y)
+    for (int x = 0; x < 5; ++x) EXPECT_EQ(At(*target, x, y), 100.0f + x * y + 2.0f * (y + 3)) << x << "," << y;
+  EXPECT_EQ(target->GetLockCount() + src->GetLockCount(), 0);
+}
+
+TEST(ImgFlat, TwoPointGradientOnADiagonalAndItsReference) {
+  auto src = Image(3, 3, 1, [](int, int, int) { return 0.0; });
+  auto target = Image(3, 3, 1, [](int, int, int) { return 0.0; });
+  double slope = 1.0;
+  // A 3-4-5 triangle pointing backwards: (ux, uy) = (−0.6, −0.8); reference (9 + 5)/2 = 7.
+  CPoint p1(4, 9), p2(1, 5);
+  Flat(target).DoFlat(src.get(), &p1, &p2, &slope, nullptr, nullptr, 0, nullptr, 0);
+  // v = −t = 0.6 x + 0.8 y + 7; 1e-5 covers the float store of values near 10.
+  for (int y = 0; y < 3; ++y)
+    for (int x = 0; x < 3; ++x) EXPECT_NEAR(At(*target, x, y), 0.6 * x + 0.8 * y + 7, 1e-5);
+
+  // The reference keeps only the low 16 bits, signed: 50000 reads as 50000 − 65536.
+  CPoint far1(0, 50000), far2(0, 50001);  // (100001)/2 = 50000; dy > 0 so t = y − c
+  Flat(target).DoFlat(src.get(), &far1, &far2, &slope, nullptr, nullptr, 0, nullptr, 0);
+  EXPECT_EQ(At(*target, 0, 2), -(2.0f + 15536.0f));
+}
+
+TEST(ImgFlat, ProportionalModeScalesAboutTheBase) {
+  // Horizontal gradient g = x · 10 about level 100; src minimum 20 and floor 50: base = −20.
+  auto src = Image(3, 1, 1, {20, 130, 240});
+  src->CalcMinMax();
+  CPoint p1(0, 0), p2(1, 0);
+  double slope = 10.0, level = 100.0, floor = 50.0;
+  auto target = Image(3, 1, 1, {0, 0, 0});
+  Flat(target).DoFlat(src.get(), &p1, &p2, &slope, &level, &floor, 1, nullptr, 0);
+  // (L + base) / (g + L + base) · (v + base) − base = 80 / (g + 80) · (v − 20) + 20.
+  EXPECT_NEAR(At(*target, 0, 0), 20.0, 1e-5);  // 1e-5: one float rounding of values near 100
+  EXPECT_NEAR(At(*target, 1, 0), 80.0 / 90.0 * 110.0 + 20.0, 1e-5);
+  EXPECT_NEAR(At(*target, 2, 0), 80.0 / 100.0 * 220.0 + 20.0, 1e-5);
+
+  // A base of 0 becomes 1: minimum 0, floor 5 → −min(0, 5) = 0 → 1.
+  auto zero = Image(3, 1, 1, {0, 9, 9});
+  zero->CalcMinMax();
+  floor = 5.0;
+  Flat(target).DoFlat(zero.get(), &p1, &p2, &slope, &level, &floor, 1, nullptr, 0);
+  EXPECT_NEAR(At(*target, 1, 0), 101.0 / 111.0 * 10.0 - 1.0, 1e-5);
+
+  // Unknown modes write 0 over the region.
+  Flat(target).DoFlat(src.get(), &p1, &p2, &slope, &level, &floor, 7, nullptr, 0);
+  EXPECT_EQ(At(*target, 2, 0), 0.0f);
+}
+
+TEST(ImgFlat, PlaneFitGradientIsRemovedKeepingTheCentre) {
+  for (int w : {1, 3, 17}) {
+    const int h = 5;
+    const double cx = (w - 1) / 2.0, cy = (h - 1) / 2.0;
+    double gx[3] = {0.5, -1.0, 2.0}, gy[3] = {1.5, 0.25, -3.0};
+    auto sky = [&](int x, int y, int p) { return 300.0 + 10 * p + gx[p] * (x - cx) + gy[p] * (y - cy); };
+    auto src = Image(w, h, 3, sky);
+    auto target = Image(w, h, 3, [](int, int, int) { return 0.0; });
+    static_cast<CImgFlat&>(*target).DoFlatPoint(src.get(), gx, gy, nullptr, nullptr, 0, nullptr, 0);
+    auto flat = Image(w, h, 3, [](int, int, int p) { return 300.0 + 10 * p; });
+    // Inputs stored as float near 300: 6e-5 per rounding.
+    EXPECT_TRUE(qrntest::ImagesNear(*target, *flat, 1e-4)) << w;
+  }
+}
+
+TEST(ImgFlat, ParabolicVignettingIsFlattenedInBothModes) {
+  const int w = 9, h = 7;
+  CPoint centre[1] = {CPoint(4, 3)};
+  double k = -0.5, level = 200.0;
+  // Additive glow: src = 200 + k r² comes back to 200 in mode 0.
+  auto dome = Image(w, h, 1, [&](int x, int y, int) { return 200.0 + k * ((x - 4) * (x - 4) + (y - 3) * (y - 3)); });
+  dome->CalcMinMax();
+  auto target = Image(w, h, 1, [](int, int, int) { return 0.0; });
+  static_cast<CImgFlat&>(*target).DoParabolic(dome.get(), centre, &k, &level, nullptr, 0, nullptr, 0);
+  auto flat = Image(w, h, 1, [](int, int, int) { return 200.0; });
+  // Float samples near 200: one rounding is 1.5e-5.
+  EXPECT_TRUE(qrntest::ImagesNear(*target, *flat, 1e-4));
+
+  // Proportional: a sky at L + g is brought back to L whatever the base (floor 0 gives base 1).
+  double cxs = 4.0, cys = 3.0, floor = 0.0;
+  static_cast<CImgFlat&>(*target).DoParabolicPoint(dome.get(), &cxs, &cys, &k, &level, &floor, 1, nullptr, 0);
+  EXPECT_TRUE(qrntest::ImagesNear(*target, *flat, 1e-4));
+
+  // Only the rectangle is written, in place when src is null.
+  auto inPlace = Image(w, h, 1, [&](int x, int y, int) { return At(*dome, x, y); });
+  CRect rect(0, 0, 2, 1);
+  static_cast<CImgFlat&>(*inPlace).DoParabolic(nullptr, centre, &k, &level, nullptr, 0, &rect, 0);
+  EXPECT_NEAR(At(*inPlace, 1, 0), 200.0, 1e-4);
+  EXPECT_EQ(At(*inPlace, 2, 0), At(*dome, 2, 0));
+}
+
+}  // namespace
