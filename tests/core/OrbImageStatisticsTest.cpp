@@ -1,0 +1,414 @@
+// Statistics members of COrbImage: hand-sized images worked out on paper.
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cmath>
+#include <functional>
+#include <limits>
+#include <memory>
+#include <random>
+#include <vector>
+
+#include "core/OrbImage.h"
+#include "platform/QrnSys.h"
+
+namespace {
+
+using Fill = std::function<float(int x, int y, int p)>;
+
+std::unique_ptr<COrbImage> MakeImage(int w, int h, int planes, const Fill& f) {
+  auto img = std::make_unique<COrbImage>(-32, w, h, planes);
+  for (int p = 0; p < planes; ++p) {
+    for (int y = 0; y < h; ++y)
+      for (int x = 0; x < w; ++x) img->SetPixelGrayRaw(x, y, f(x, y, p), p);
+    img->SetLevel(p, 0.0, 255.0);
+  }
+  return img;
+}
+
+std::unique_ptr<COrbImage> FromRows(int w, const std::vector<float>& v) {
+  return MakeImage(w, int(v.size()) / w, 1, [&](int x, int y, int) { return v[y * w + x]; });
+}
+
+const float kNaN = std::numeric_limits<float>::quiet_NaN();
+const float kInf = std::numeric_limits<float>::infinity();
+
+// ---- CalcMinMax, CalcAvr, CalcStdDev, GetAvrGray* ------------------------------------------
+
+TEST(OrbImageStatistics, CalcMinMaxUsesFloatSumAndReducedDivisor) {
+  auto img = FromRows(3, {1, 2, 3, 4, 5, 6});
+  img->CalcMinMax();
+  EXPECT_EQ(img->GetMinPixel(0), 1.0f);
+  EXPECT_EQ(img->GetMaxPixel(0), 6.0f);
+  EXPECT_EQ(img->GetAvrPixel(0), 21.0f / 2.0f);  // divisor (3 − 1)(2 − 1) = 2
+
+  // 2^24 + 1 is not a float: the running float sum loses every added 1.
+  // Sum 2^24, 2^24 (line 1), then 2^25 after line 2's first sample: mean 2^25 / 2 = 2^24.
+  auto big = FromRows(3, {16777216, 1, 1, 16777216, 1, 1});
+  big->CalcMinMax();
+  EXPECT_EQ(big->GetAvrPixel(0), 16777216.0f);
+}
+
+TEST(OrbImageStatistics, CalcMinMaxOneColumnDividesByZero) {
+  auto img = FromRows(1, {2, 3, 4});
+  img->CalcMinMax();
+  EXPECT_EQ(img->GetMinPixel(0), 2.0f);
+  EXPECT_EQ(img->GetMaxPixel(0), 4.0f);
+  EXPECT_TRUE(std::isinf(img->GetAvrPixel(0)));
+}
+
+TEST(OrbImageStatistics, CalcMinMaxMarginSkipsZerosAndEdges) {
+  // Inner 2 × 2 of a 4 × 4: start sample (1, 1) is 0, so min and max start at 0.
+  auto img = FromRows(4, {9, 9, 9, 9,  //
+                          9, 0, 5, 9,  //
+                          9, 7, -2, 9,  //
+                          9, 9, 9, 9});
+  img->CalcMinMax(1);
+  EXPECT_EQ(img->GetMinPixel(0), -2.0f);
+  EXPECT_EQ(img->GetMaxPixel(0), 7.0f);
+  EXPECT_EQ(img->GetAvrPixel(0), 10.0f / 3.0f);  // zero skipped: (5 + 7 − 2) / 3
+
+  // Margin of half the width: no column visited, the start sample (2, 2) = −2 stays.
+  img->CalcMinMax(2);
+  EXPECT_EQ(img->GetMinPixel(0), -2.0f);
+  EXPECT_EQ(img->GetMaxPixel(0), -2.0f);
+  EXPECT_TRUE(std::isnan(img->GetAvrPixel(0)));
+  img->CalcMinMax(-3);  // a negative margin reads the whole image, nothing outside it
+  EXPECT_EQ(img->GetMaxPixel(0), 9.0f);
+}
+
+TEST(OrbImageStatistics, AveragesAndDeviation) {
+  auto img = MakeImage(2, 2, 3, [](int x, int y, int p) { return float(1 + x + 2 * y + 10 * p); });
+  EXPECT_FLOAT_EQ(img->CalcAvr(0), 2.5f);
+  EXPECT_FLOAT_EQ(img->CalcAvr(2), 22.5f);
+  EXPECT_EQ(img->CalcAvr(3), 0.0f);
+  EXPECT_EQ(img->CalcAvr(-1), 0.0f);
+  // Mean of squares 30/4 = 7.5, minus 2.5² = 1.25.
+  EXPECT_FLOAT_EQ(img->CalcStdDev(0, nullptr), std::sqrt(1.25f));
+  const float given = 2.0f;  // 7.5 − 4
+  EXPECT_FLOAT_EQ(img->CalcStdDev(0, &given), std::sqrt(3.5f));
+  const float tooBig = 3.0f;  // 7.5 − 9 < 0: no guard
+  EXPECT_TRUE(std::isnan(img->CalcStdDev(0, &tooBig)));
+  EXPECT_EQ(img->CalcStdDev(5, nullptr), 0.0f);
+
+  // Per-line double sums keep 2^24 + 2 exact where a float sum would not.
+  auto big = FromRows(3, {16777216, 1, 1});
+  EXPECT_EQ(big->CalcAvr(0), float(16777218.0 / 3.0));
+}
+
+TEST(OrbImageStatistics, GetAvrGrayUsesReducedDivisorOnEveryPath) {
+  for (int w : {3, 17, 1027}) {
+    auto img = MakeImage(w, 5, 1, [](int, int, int) { return 2.0f; });
+    img->SetLevel(0, 1.0, 5.0);
+    const double expected = 2.0 * w * 5 / ((w - 1) * 4.0);
+    EXPECT_FLOAT_EQ(img->GetAvrGrayRaw(0), float(expected)) << w;
+    EXPECT_FLOAT_EQ(img->GetAvrGray(0), float(expected) - 1.0f) << w;
+    EXPECT_FLOAT_EQ(img->GetAvrGray256f(0), float((float(expected) - 1.0) / 4.0 * 255.0)) << w;
+    img->CalcMinMax();
+    EXPECT_FLOAT_EQ(img->GetAvrPixel(0), img->GetAvrGrayRaw(0)) << "the two must agree";
+  }
+  auto img = FromRows(3, {1, 2, 3});
+  EXPECT_EQ(img->GetAvrGrayRaw(1), 0.0f);
+}
+
+// ---- GetMaxPixel, GetHeightOfHistogram ---------------------------------------------------------
+
+TEST(OrbImageStatistics, GetMaxPixelFirstWinsAndFlatAreas) {
+  auto img = FromRows(3, {1, 7, 2,  //
+                          7, 3, 0});
+  int x = 99, y = 99;
+  EXPECT_EQ(img->GetMaxPixel(0, nullptr, x, y), 7.0f);
+  EXPECT_EQ(x, 1);
+  EXPECT_EQ(y, 0);
+
+  CRect single(2, 1, 3, 2);
+  EXPECT_EQ(img->GetMaxPixel(0, &single, x, y), 0.0f);
+  EXPECT_EQ(x, 2);
+  EXPECT_EQ(y, 1);
+
+  auto flat = FromRows(2, {4, 4, 4, 4});
+  EXPECT_EQ(flat->GetMaxPixel(0, nullptr, x, y), 4.0f);
+  EXPECT_EQ(x, -1);
+  EXPECT_EQ(y, -1);
+
+  // Inverted, outside and partly outside rectangles.
+  x = y = 55;
+  CRect inverted(0, 2, 3, 1), outside(10, 10, 20, 20), partly(-5, 1, 50, 9);
+  EXPECT_EQ(img->GetMaxPixel(0, &inverted, x, y), -2147483648.0f);
+  EXPECT_EQ(img->GetMaxPixel(0, &outside, x, y), -2147483648.0f);
+  EXPECT_EQ(x, 55);
+  EXPECT_EQ(img->GetMaxPixel(0, &partly, x, y), 7.0f);
+  EXPECT_EQ(x, 0);
+  EXPECT_EQ(y, 1);
+  EXPECT_EQ(img->GetMaxPixel(4, nullptr, x, y), -2147483648.0f);
+}
+
+TEST(OrbImageStatistics, HeightOfHistogram) {
+  const int bins[4] = {3, 9, 9, 1};
+  EXPECT_EQ(COrbImage::GetHeightOfHistogram(bins, 4), 9);
+  EXPECT_EQ(COrbImage::GetHeightOfHistogram(bins, 0), 3);
+}
+
+// ---- GetHistogram ------------------------------------------------------------------------------
+
+TEST(OrbImageStatistics, HistogramBinsByHand) {
+  // Over [0, 2] in 4 bins (scale 2): 0 → 0, 0.5 → 1, 1 → 2, 2 → 4 lowered to 3;
+  // 10, −1 and NaN lie outside and are not counted.
+  auto img = FromRows(4, {0, 0.5f, 1, 2, 10, -1, kNaN, 1.9f});
+  int bins[4];
+  EXPECT_EQ(img->GetHistogram(bins, 4, 0.0, 2.0, 0, 0, 0, 0, nullptr, 0, 0), 2 * 4 * 2 / 4);
+  EXPECT_EQ(std::vector<int>(bins, bins + 4), (std::vector<int>{1, 1, 1, 2}));
+  EXPECT_EQ(img->GetHistogram(bins, 4, 0.0, 2.0, 0, 0, 1, 0, nullptr, 0, 0), 2);
+
+  // The rectangle limits the area but not the mean height of the result.
+  CRect firstLine(-3, -3, 99, 1);
+  EXPECT_EQ(img->GetHistogram(bins, 4, 0.0, 2.0, 0, 0, 0, 0, &firstLine, 0, 0), 4);
+  EXPECT_EQ(std::vector<int>(bins, bins + 4), (std::vector<int>{1, 1, 1, 1}));
+  CRect inverted(3, 2, 1, 0);
+  img->GetHistogram(bins, 4, 0.0, 2.0, 0, 0, 0, 0, &inverted, 0, 0);
+  EXPECT_EQ(std::vector<int>(bins, bins + 4), (std::vector<int>{0, 0, 0, 0}));
+
+  // Log scale: trunc(log10(n) × 10000), an empty bin the most negative integer.
+  auto many = FromRows(5, {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1.2f, 2, 2, 2, 2});
+  many->GetHistogram(bins, 4, 0.0, 2.0, 0, 1, 0, 0, nullptr, 0, 0);
+  EXPECT_EQ(std::vector<int>(bins, bins + 4), (std::vector<int>{10000, INT_MIN, 0, 6020}));
+}
+
+TEST(OrbImageStatistics, HistogramDegenerateInputs) {
+  auto img = FromRows(3, {5, 5, 5, kInf, 5, -kInf});
+  int bins[3] = {7, 7, 7};
+  // Zero-width range: every in-range sample lands in bin 0; infinities are outside it.
+  img->GetHistogram(bins, 3, 5.0, 5.0, 0, 0, 0, 0, nullptr, 0, 0);
+  EXPECT_EQ(std::vector<int>(bins, bins + 3), (std::vector<int>{4, 0, 0}));
+  // No bins: nothing is written and nothing divides by the count.
+  EXPECT_EQ(img->GetHistogram(nullptr, 0, 0.0, 1.0, 0, 0, 0, 0, nullptr, 0, 0), 0);
+  EXPECT_EQ(img->GetHistogram(bins, -4, 0.0, 1.0, 0, 0, 1, 0, nullptr, 0, 0), 0);
+  // A plane the image lacks counts nothing.
+  img->GetHistogram(bins, 3, 0.0, 10.0, 2, 0, 0, 0, nullptr, 0, 0);
+  EXPECT_EQ(std::vector<int>(bins, bins + 3), (std::vector<int>{0, 0, 0}));
+  // Plane −1 of a grey image is plane 0.
+  img->GetHistogram(bins, 3, 0.0, 6.0, -1, 0, 0, 0, nullptr, 0, 0);
+  EXPECT_EQ(std::vector<int>(bins, bins + 3), (std::vector<int>{0, 0, 4}));
+}
+
+TEST(OrbImageStatistics, HistogramMatchesNaiveCountOnLargeImage) {
+  // Enough lines for every thread to hold part of the histogram.
+  std::mt19937 rng(3);
+  std::uniform_real_distribution<float> u(-10.0f, 110.0f);
+  auto img = MakeImage(257, 131, 1, [&](int, int, int) { return u(rng); });
+  const int count = 37;
+  std::vector<int> expected(count, 0), bins(count);
+  for (int y = 0; y < 131; ++y)
+    for (int x = 0; x < 257; ++x) {
+      const double v = img->GetPixelGrayRaw(x, y, 0);
+      if (v < 0 || v > 100) continue;
+      ++expected[std::min(count - 1, int(std::floor(v / 100.0 * count)))];
+    }
+  img->GetHistogram(bins.data(), count, 0.0, 100.0, 0, 0, 0, 0, nullptr, 0, 0);
+  EXPECT_EQ(bins, expected);
+}
+
+TEST(OrbImageStatistics, HistogramCullSamplesAndScales) {
+  // 4 × 4, cull step 2: samples (0,0) = 1, (2,0) = 1, (0,2) = 3, (2,2) = 2, each standing for 4.
+  auto img = FromRows(4, {1, 0, 1, 0,  //
+                          0, 0, 0, 0,  //
+                          3, 0, 2, 0,  //
+                          0, 0, 0, 0});
+  img->SetHistogramCull(2, 2);
+  int bins[4];
+  img->GetHistogram(bins, 4, 0.0, 4.0, 0, 0, 0, 1, nullptr, 0, 0);
+  EXPECT_EQ(std::vector<int>(bins, bins + 4), (std::vector<int>{0, 8, 4, 4}));
+  img->GetHistogram(bins, 4, 0.0, 4.0, 0, 0, 0, 0, nullptr, 0, 0);  // useCull 0: every sample
+  EXPECT_EQ(std::vector<int>(bins, bins + 4), (std::vector<int>{12, 2, 1, 1}));
+}
+
+TEST(OrbImageStatistics, HistogramOfColourLuminance) {
+  // R 100, G 200, B 50 with equal windows: Y = 29.9 + 117.4 + 5.7 = 153.
+  auto img = MakeImage(3, 1, 3, [](int, int, int p) { return p == 0 ? 100.0f : p == 1 ? 200.0f : 50.0f; });
+  int bins[256];
+  img->GetHistogram(bins, 256, 0.0, 256.0, -1, 0, 0, 0, nullptr, 0, 0);
+  EXPECT_EQ(bins[153] + bins[152], 3);  // 153 may round either way in double
+
+  // Green on a window twice as wide: its 200 stands for 100 on plane 0's scale,
+  // Y = 29.9 + 58.7 + 5.7 = 94.3.
+  img->SetLevel(1, 0.0, 510.0);
+  img->GetHistogram(bins, 256, 0.0, 256.0, -1, 0, 0, 0, nullptr, 0, 0);
+  EXPECT_EQ(bins[94], 3);
+
+  int r[4], g[4], b[4], single[4];
+  img->GetHistogramRGB(r, g, b, 4, 0.0, 256.0, 0, 0, 0, nullptr, 0, 0);
+  for (int p = 0; p < 3; ++p) {
+    img->GetHistogram(single, 4, 0.0, 256.0, p, 0, 0, 0, nullptr, 0, 0);
+    const int* got = p == 0 ? r : p == 1 ? g : b;
+    EXPECT_EQ(std::vector<int>(got, got + 4), std::vector<int>(single, single + 4)) << p;
+  }
+}
+
+// ---- Thresholds, clamping, lifting --------------------------------------------------------------
+
+TEST(OrbImageStatistics, ThresholdFamilyActsOnPlaneZero) {
+  const std::vector<float> v = {1, 2, 3, kNaN};
+  struct Case {
+    void (COrbImage::*member)(int, float, float);
+    std::vector<int> replaced;  // indices that become −9
+  };
+  const Case cases[] = {{&COrbImage::ThresholdLessThan, {0}},         {&COrbImage::ThresholdLessThanEqual, {0, 1}},
+                        {&COrbImage::ThresholdGreaterThan, {2}},      {&COrbImage::ThresholdGreaterThanEqual, {1, 2}},
+                        {&COrbImage::ThresholdEqual, {1}},            {&COrbImage::ThresholdNotEqual, {0, 2, 3}}};
+  for (const Case& c : cases) {
+    auto img = MakeImage(4, 1, 3, [&](int x, int, int) { return v[x]; });
+    (img.get()->*c.member)(2, 2.0f, -9.0f);
+    for (int x = 0; x < 4; ++x) {
+      const bool hit = std::find(c.replaced.begin(), c.replaced.end(), x) != c.replaced.end();
+      if (hit) EXPECT_EQ(img->GetPixelGrayRaw(x, 0, 0), -9.0f) << x;
+      else if (x < 3) EXPECT_EQ(img->GetPixelGrayRaw(x, 0, 0), v[x]) << x;
+      else EXPECT_TRUE(std::isnan(img->GetPixelGrayRaw(x, 0, 0)));
+      // Plane 2 is never touched, whatever the plane argument says.
+      if (x < 3) EXPECT_EQ(img->GetPixelGrayRaw(x, 0, 2), v[x]);
+    }
+  }
+}
+
+TEST(OrbImageStatistics, CutOutOfLevelClampsEachPlane) {
+  auto img = MakeImage(17, 3, 3, [](int x, int, int) { return float(x); });
+  img->SetLevel(0, 2.0, 9.0);
+  img->SetLevel(2, 4.5, 5.5);
+  img->CutOutOfLevel();
+  for (int x = 0; x < 17; ++x) {
+    EXPECT_EQ(img->GetPixelGrayRaw(x, 2, 0), std::clamp(float(x), 2.0f, 9.0f));
+    EXPECT_EQ(img->GetPixelGrayRaw(x, 2, 1), std::clamp(float(x), 0.0f, 255.0f));
+    EXPECT_EQ(img->GetPixelGrayRaw(x, 2, 2), std::clamp(float(x), 4.5f, 5.5f));
+  }
+}
+
+TEST(OrbImageStatistics, LiftUpMovesLinesAndKeepsTheBottom) {
+  auto img = FromRows(2, {1, 1, 2, 2, 3, 3, 4, 4});
+  img->LiftUp(1);
+  for (int y = 0; y < 4; ++y) EXPECT_EQ(img->GetPixelGrayRaw(1, y, 0), std::vector<float>({2, 3, 4, 4})[y]);
+  img->LiftUp(4);  // the whole height: no line has a destination
+  img->LiftUp(-2);  // negative: stays inside the image
+  img->LiftUp(0);
+  EXPECT_EQ(img->GetPixelGrayRaw(0, 0, 0), 2.0f);
+}
+
+// ---- Star centres and profiles ----------------------------------------------------------------
+
+constexpr double kStarX = 10.3, kStarY = 12.7, kSigma = 1.5, kPeak = 1000.0, kSky = 100.0;
+
+std::unique_ptr<COrbImage> MakeStar(int planes = 1) {
+  return MakeImage(25, 26, planes, [](int x, int y, int) {
+    const double r2 = (x - kStarX) * (x - kStarX) + (y - kStarY) * (y - kStarY);
+    return float(kSky + kPeak * std::exp(-r2 / (2 * kSigma * kSigma)));
+  });
+}
+
+TEST(OrbImageStatistics, CentroidOfKnownStar) {
+  auto img = MakeStar();
+  double x, y;
+  // The window reaches 6.9 sigma from the centre on every side, where the Gaussian is below
+  // 1e-10 of its peak; the float samples then bound the error near 1e-5 pixel.
+  ASSERT_TRUE(img->GetCentroid(x, y, nullptr));
+  EXPECT_NEAR(x, kStarX, 1e-4);
+  EXPECT_NEAR(y, kStarY, 1e-4);
+  int ix, iy;
+  ASSERT_TRUE(img->GetCentroid(ix, iy, nullptr));
+  EXPECT_EQ(ix, 10);
+  EXPECT_EQ(iy, 13);
+
+  // A window that cuts the star at 2 sigma pulls the plain centroid towards its inside;
+  // the re-centred form walks back onto the star.
+  CRect offCentre(0, 0, 13, 15);
+  ASSERT_TRUE(img->GetCentroid(x, y, &offCentre));
+  EXPECT_GT(std::hypot(x - kStarX, y - kStarY), 0.05);
+  ASSERT_TRUE(img->GetCentroid2(x, y, &offCentre));
+  EXPECT_NEAR(x, kStarX, 1e-3);  // recentred window spans ±6 px = 4 sigma
+  EXPECT_NEAR(y, kStarY, 1e-3);
+
+  // Colour: the luminance of three equal planes is the same star.
+  auto colour = MakeStar(3);
+  ASSERT_TRUE(colour->GetCentroid(x, y, nullptr));
+  EXPECT_NEAR(x, kStarX, 1e-4);
+
+  // Without background removal the sky weighs too: the raw centroid of a flat sky is the
+  // middle of the window.
+  auto sky = MakeImage(5, 3, 1, [](int, int, int) { return 7.0f; });
+  ASSERT_TRUE(sky->GetCentroidRaw(x, y, 0, nullptr));
+  EXPECT_DOUBLE_EQ(x, 2.0);
+  EXPECT_DOUBLE_EQ(y, 1.0);
+  // ... and a flat sky has nothing above its background.
+  x = y = -5;
+  EXPECT_FALSE(sky->GetCentroid(x, y, nullptr));
+  CRect empty(3, 3, 3, 9);
+  EXPECT_FALSE(img->GetCentroid(x, y, &empty));
+  EXPECT_EQ(x, -5);
+}
+
+TEST(OrbImageStatistics, GaussianFitRecoversStar) {
+  auto img = MakeStar();
+  double prm[COrbImage::kFitCount];
+  ASSERT_TRUE(img->GetFitPrm(prm, 0, nullptr));
+  // Noise-free samples rounded to float (relative 6e-8 of 1100): the fit lands within 1e-4.
+  EXPECT_NEAR(prm[COrbImage::kFitX], kStarX, 1e-4);
+  EXPECT_NEAR(prm[COrbImage::kFitY], kStarY, 1e-4);
+  EXPECT_NEAR(prm[COrbImage::kFitSigma], kSigma, 1e-4);
+  EXPECT_NEAR(prm[COrbImage::kFitPeak], kPeak, 1e-2);
+  EXPECT_NEAR(prm[COrbImage::kFitBackground], kSky, 1e-3);
+  EXPECT_NEAR(prm[COrbImage::kFitFwhm], 2.354820045 * kSigma, 1e-3);
+
+  // From the known centre, the moment estimate of a well-sampled Gaussian is within 1e-3
+  // (discrete second moment of a sigma 1.5 Gaussian differs from sigma² by far less).
+  ASSERT_TRUE(img->GetFitPrmFromCentroid(prm, kStarX, kStarY, 0, nullptr));
+  EXPECT_NEAR(prm[COrbImage::kFitSigma], kSigma, 1e-3);
+  EXPECT_NEAR(prm[COrbImage::kFitPeak], kPeak, 1.0);
+
+  CRect tiny(0, 0, 2, 2);
+  EXPECT_FALSE(img->GetFitPrm(prm, 0, &tiny));
+  EXPECT_FALSE(img->GetFitPrm(prm, 3, nullptr));
+}
+
+TEST(OrbImageStatistics, FirstBrighterPixelInScanOrder) {
+  auto img = FromRows(3, {1, kNaN, 2,  //
+                          9, 8, 9});
+  int x, y;
+  ASSERT_TRUE(img->Get1stBrighterPixel(0, nullptr, 1.5, x, y));
+  EXPECT_EQ(x, 2);
+  EXPECT_EQ(y, 0);
+  CRect secondLine(1, 1, 3, 2);
+  ASSERT_TRUE(img->Get1stBrighterPixel(0, &secondLine, 8.5, x, y));
+  EXPECT_EQ(x, 2);
+  EXPECT_EQ(y, 1);
+  EXPECT_FALSE(img->Get1stBrighterPixel(0, nullptr, 9.0, x, y));  // strictly brighter only
+  EXPECT_EQ(x, -1);
+  EXPECT_EQ(y, -1);
+  EXPECT_FALSE(img->Get1stBrighterPixel(1, nullptr, 0.0, x, y));
+}
+
+class ApplyMaskTest : public ::testing::TestWithParam<int> {
+ protected:
+  void SetUp() override { CQrnSys::SetSIMD(GetParam()); }
+  void TearDown() override { CQrnSys::SetSIMD(-1); }
+};
+
+TEST_P(ApplyMaskTest, ZeroMaskSamplesClearTheImage) {
+  for (int w : {1, 3, 5, 17}) {
+    for (int planes : {1, 3}) {
+      auto img = MakeImage(w, 2, planes, [](int x, int y, int p) { return float(1 + x + 10 * y + 100 * p); });
+      auto mask = MakeImage(w, 2, 1, [](int x, int y, int) { return (x + y) % 3 == 0 ? 0.0f : x == 4 ? kNaN : -1.0f; });
+      ASSERT_TRUE(img->ApplyMask_Do0_x(mask.get(), 0));
+      for (int p = 0; p < planes; ++p)
+        for (int y = 0; y < 2; ++y)
+          for (int x = 0; x < w; ++x)
+            EXPECT_EQ(img->GetPixelGrayRaw(x, y, p), (x + y) % 3 == 0 ? 0.0f : float(1 + x + 10 * y + 100 * p))
+                << w << " " << x << " " << y << " " << p;
+    }
+  }
+  auto img = MakeImage(3, 2, 1, [](int, int, int) { return 1.0f; });
+  auto other = MakeImage(2, 2, 1, [](int, int, int) { return 0.0f; });
+  EXPECT_FALSE(img->ApplyMask_Do0_x(other.get(), 0));
+  EXPECT_FALSE(img->ApplyMask_Do0_x(nullptr, 0));
+  EXPECT_EQ(img->GetPixelGrayRaw(0, 0, 0), 1.0f);
+}
+
+INSTANTIATE_TEST_SUITE_P(BothPaths, ApplyMaskTest, ::testing::Values(0, -1));
+
+}  // namespace
