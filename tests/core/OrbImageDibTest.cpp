@@ -1,0 +1,274 @@
+// COrbImage::GetDib and ToDIB: packed bitmaps decoded by an independent reader.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <memory>
+#include <random>
+
+#include "core/BmpDecode.h"
+#include "core/MemoryDIB.h"
+#include "core/OrbImage.h"
+
+namespace {
+
+// The display byte by its definition, evaluated directly in double.
+BYTE ReferenceByte(float s, double min, double max) {
+  if (s <= min) return 0;
+  if (s >= max) return 255;
+  return BYTE((s - min) / (max - min) * 255.0);
+}
+
+std::unique_ptr<COrbImage> MakeImage(int width, int height, int planes, double min, double max) {
+  auto image = std::make_unique<COrbImage>(-32, width, height, planes);
+  for (int p = 0; p < planes; ++p) image->SetLevel(p, min, max);
+  return image;
+}
+
+bmptest::Picture Decode(HGLOBAL block) {
+  const auto* p = static_cast<const unsigned char*>(GlobalLock(block));
+  bmptest::Picture pic = bmptest::DecodePacked(p, GlobalSize(block));
+  GlobalUnlock(block);
+  GlobalFree(block);
+  return pic;
+}
+
+TEST(OrbImageDibTest, HandWorkedBytesInBothDepths) {
+  // Levels 0 .. 10: 5 -> 127.5 truncated, 9.99 -> 254.745 truncated, ends clamp.
+  const float samples[] = {-1.0f, 0.0f, 5.0f, 9.99f, 10.0f, 20.0f};
+  const BYTE expected[] = {0, 0, 127, 254, 255, 255};
+  auto image = MakeImage(6, 1, 1, 0.0, 10.0);
+  for (int x = 0; x < 6; ++x) image->SetPixelGrayRaw(x, 0, samples[x], 0);
+  for (int bits : {8, 24}) {
+    const bmptest::Picture pic = Decode(image->GetDib(bits));
+    ASSERT_EQ(pic.error, "") << bits;
+    EXPECT_EQ(pic.bits, bits);
+    for (int x = 0; x < 6; ++x)
+      for (int c = 0; c < 3; ++c) EXPECT_EQ(pic.At(x, 0)[c], expected[x]) << "bits " << bits << " x " << x;
+  }
+}
+
+TEST(OrbImageDibTest, HeaderStrideAndPaddingForAwkwardWidths) {
+  for (int width : {1, 3, 5, 17}) {
+    for (int bits : {8, 24}) {
+      auto image = MakeImage(width, 2, 1, 0.0, 1.0);
+      for (int x = 0; x < width; ++x) image->SetPixelGrayRaw(x, 0, 1.0f, 0);
+      HGLOBAL block = image->GetDib(bits);
+      ASSERT_NE(block, nullptr);
+      const auto* p = static_cast<const unsigned char*>(GlobalLock(block));
+      const int stride = (width * bits / 8 + 3) / 4 * 4;
+      const int palette = bits == 8 ? 1024 : 0;
+      EXPECT_EQ(bmptest::U32(p), 40u);
+      EXPECT_EQ(bmptest::U32(p + 8), 2u);  // positive height: bottom-up
+      EXPECT_EQ(bmptest::U32(p + 20), std::uint32_t(stride * 2));
+      EXPECT_EQ(GlobalSize(block), std::size_t(40 + palette + stride * 2));
+      // Line 0 (white) is the last row; padding bytes are zero.
+      const unsigned char* last = p + 40 + palette + stride;
+      const unsigned char* first = p + 40 + palette;
+      for (int i = 0; i < stride; ++i) {
+        const bool pad = i >= width * bits / 8;
+        EXPECT_EQ(last[i], pad ? 0 : 255) << width << "/" << bits << " byte " << i;
+        EXPECT_EQ(first[i], 0);
+      }
+      GlobalUnlock(block);
+      GlobalFree(block);
+    }
+  }
+}
+
+TEST(OrbImageDibTest, ColourChannelsUseTheirOwnLevelsInBgrOrder) {
+  auto image = MakeImage(3, 2, 3, 0.0, 1.0);
+  image->SetLevel(1, 100.0, 200.0);
+  image->SetLevel(2, -1.0, 0.0);
+  for (int y = 0; y < 2; ++y)
+    for (int x = 0; x < 3; ++x) {
+      image->SetPixelGrayRaw(x, y, 0.5f, 0);            // red 127
+      image->SetPixelGrayRaw(x, y, 100.0f + 10 * x, 1);  // green 0, 25, 51
+      image->SetPixelGrayRaw(x, y, y ? 0.0f : -1.0f, 2); // blue 0 or 255
+    }
+  const bmptest::Picture pic = Decode(image->GetDib(24));
+  ASSERT_EQ(pic.error, "");
+  for (int y = 0; y < 2; ++y)
+    for (int x = 0; x < 3; ++x) {
+      EXPECT_EQ(pic.At(x, y)[0], 127);
+      EXPECT_EQ(pic.At(x, y)[1], BYTE(10 * x / 100.0 * 255.0));
+      EXPECT_EQ(pic.At(x, y)[2], y ? 255 : 0);
+    }
+}
+
+TEST(OrbImageDibTest, MatchesTheDoubleRuleAtEveryByteBoundary) {
+  // Levels that are not representable in float, so a float-only path would misplace samples
+  // lying next to a boundary. Every boundary is probed with its neighbouring floats.
+  const double min = 0.1, max = 0.7000000001;
+  std::vector<float> samples;
+  for (int k = 0; k <= 256; ++k) {
+    float s = static_cast<float>(min + k / 255.0 * (max - min));
+    for (int i = 0; i < 4; ++i) s = std::nextafter(s, -1.0f);
+    for (int i = 0; i < 9; ++i, s = std::nextafter(s, 2.0f)) samples.push_back(s);
+  }
+  const int width = 17;
+  const int height = int(samples.size() + width - 1) / width;
+  samples.resize(std::size_t(width) * height, 0.5f);
+  auto image = MakeImage(width, height, 3, min, max);
+  for (int y = 0; y < height; ++y)
+    for (int x = 0; x < width; ++x)
+      for (int p = 0; p < 3; ++p) image->SetPixelGrayRaw(x, y, samples[y * width + x], p);
+  const bmptest::Picture pic = Decode(image->GetDib(24));
+  ASSERT_EQ(pic.error, "");
+  int wrong = 0;
+  for (int y = 0; y < height; ++y)
+    for (int x = 0; x < width; ++x)
+      if (pic.At(x, y)[0] != ReferenceByte(samples[y * width + x], min, max)) ++wrong;
+  EXPECT_EQ(wrong, 0);
+}
+
+TEST(OrbImageDibTest, RandomSamplesAndLevelsMatchTheRule) {
+  std::mt19937 rng(7);
+  std::uniform_real_distribution<double> level(-1e4, 1e4);
+  for (int trial = 0; trial < 20; ++trial) {
+    double a = level(rng), b = level(rng);
+    if (a > b) std::swap(a, b);
+    auto image = MakeImage(5, 7, 1, a, b);
+    std::uniform_real_distribution<float> sample(float(a - 10), float(b + 10));
+    for (int y = 0; y < 7; ++y)
+      for (int x = 0; x < 5; ++x) image->SetPixelGrayRaw(x, y, sample(rng), 0);
+    const bmptest::Picture pic = Decode(image->GetDib(8));
+    ASSERT_EQ(pic.error, "");
+    for (int y = 0; y < 7; ++y)
+      for (int x = 0; x < 5; ++x)
+        ASSERT_EQ(pic.index[y * 5 + x], ReferenceByte(image->GetPixelGrayRaw(x, y, 0), a, b)) << trial;
+  }
+}
+
+TEST(OrbImageDibTest, BadInputGivesDefinedResults) {
+  auto image = MakeImage(4, 1, 1, 0.0, 1.0);
+  image->SetPixelGrayRaw(0, 0, std::numeric_limits<float>::quiet_NaN(), 0);
+  image->SetPixelGrayRaw(1, 0, std::numeric_limits<float>::infinity(), 0);
+  image->SetPixelGrayRaw(2, 0, -std::numeric_limits<float>::infinity(), 0);
+  image->SetPixelGrayRaw(3, 0, 0.5f, 0);
+  bmptest::Picture pic = Decode(image->GetDib(8));
+  ASSERT_EQ(pic.error, "");
+  EXPECT_EQ(pic.index[0], 0);    // NaN shows as black
+  EXPECT_EQ(pic.index[1], 255);
+  EXPECT_EQ(pic.index[2], 0);
+  EXPECT_EQ(pic.index[3], 127);
+
+  // A constant image with a zero-width window: at the level is black, above is white.
+  auto flat = MakeImage(3, 1, 1, 2.0, 2.0);
+  flat->SetPixelGrayRaw(0, 0, 2.0f, 0);
+  flat->SetPixelGrayRaw(1, 0, 2.5f, 0);
+  flat->SetPixelGrayRaw(2, 0, 1.5f, 0);
+  pic = Decode(flat->GetDib(24));
+  ASSERT_EQ(pic.error, "");
+  EXPECT_EQ(pic.At(0, 0)[0], 0);
+  EXPECT_EQ(pic.At(1, 0)[0], 255);
+  EXPECT_EQ(pic.At(2, 0)[0], 0);
+
+  auto colour = MakeImage(3, 3, 3, 0.0, 1.0);
+  EXPECT_EQ(colour->GetDib(16), nullptr);
+  EXPECT_EQ(colour->GetDib(32), nullptr);
+  EXPECT_EQ(colour->GetDib(0), nullptr);
+  COrbImage empty;
+  EXPECT_EQ(empty.GetDib(24), nullptr);
+}
+
+TEST(OrbImageDibTest, EightBitColourKeepsFewColoursExactly) {
+  // Six distinct colours fit the palette, so each pixel decodes to its own colour.
+  const BYTE colours[6][3] = {{255, 0, 0}, {0, 255, 0}, {0, 0, 255}, {10, 20, 30}, {200, 200, 200}, {0, 0, 0}};
+  auto image = MakeImage(5, 3, 3, 0.0, 255.0);
+  for (int y = 0; y < 3; ++y)
+    for (int x = 0; x < 5; ++x)
+      for (int p = 0; p < 3; ++p) image->SetPixelGrayRaw(x, y, colours[(x + y) % 6][p] + 0.5f, p);
+  const bmptest::Picture pic = Decode(image->GetDib(8));
+  ASSERT_EQ(pic.error, "");
+  for (int y = 0; y < 3; ++y)
+    for (int x = 0; x < 5; ++x)
+      for (int c = 0; c < 3; ++c) EXPECT_EQ(pic.At(x, y)[c], colours[(x + y) % 6][c]) << x << "," << y;
+}
+
+TEST(OrbImageDibTest, EightBitColourApproximatesASmoothPicture) {
+  // A colour ramp whose 3072 pixels are all different colours. The adaptive palette must do
+  // better than a fixed 6 x 6 x 7 grid of 252 colours (each channel to its nearest grid level),
+  // which is what a non-adaptive 8-bit display would show.
+  const int w = 64, h = 48;
+  auto image = MakeImage(w, h, 3, 0.0, 1.0);
+  for (int y = 0; y < h; ++y)
+    for (int x = 0; x < w; ++x) {
+      image->SetPixelGrayRaw(x, y, x / float(w), 0);
+      image->SetPixelGrayRaw(x, y, y / float(h), 1);
+      image->SetPixelGrayRaw(x, y, 0.5f + 0.4f * std::sin(0.2f * (x + y)), 2);
+    }
+  HGLOBAL exact = image->GetDib(24);
+  const bmptest::Picture truth = Decode(exact);
+  const bmptest::Picture pic = Decode(image->GetDib(8));
+  ASSERT_EQ(pic.error, "");
+  double err = 0, gridErr = 0;
+  for (std::size_t i = 0; i < pic.rgb.size(); ++i) {
+    const int v = truth.rgb[i];
+    const int levels = i % 3 == 2 ? 7 : 6;
+    const double step = 255.0 / (levels - 1);
+    gridErr += std::abs(v - std::round(std::round(v / step) * step));
+    err += std::abs(int(pic.rgb[i]) - v);
+  }
+  EXPECT_LT(err, 0.75 * gridErr);
+  // The same picture always gives the same bitmap.
+  const bmptest::Picture again = Decode(image->GetDib(8));
+  EXPECT_EQ(again.index, pic.index);
+}
+
+TEST(OrbImageDibTest, ToDibWritesOnlyTheAreaAtImageCoordinates) {
+  auto image = MakeImage(5, 4, 3, 0.0, 1.0);
+  for (int y = 0; y < 4; ++y)
+    for (int x = 0; x < 5; ++x) {
+      image->SetPixelGrayRaw(x, y, 1.0f, 0);
+      image->SetPixelGrayRaw(x, y, 0.5f, 1);
+      image->SetPixelGrayRaw(x, y, 0.0f, 2);
+    }
+  for (int bits : {24, 32}) {
+    CMemoryDIB dib;
+    ASSERT_TRUE(dib.Create(nullptr, 5, 4, bits));
+    CRect area(1, 1, 3, 4);
+    ASSERT_TRUE(image->ToDIB(&dib, &area, 0));
+    for (int y = 0; y < 4; ++y)
+      for (int x = 0; x < 5; ++x) {
+        const BYTE* p = bits == 24 ? dib.GetImageAdr24(x, y) : dib.GetImageAdr32(x, y);
+        const bool inside = x >= 1 && x < 3 && y >= 1;
+        EXPECT_EQ(p[0], 0);
+        EXPECT_EQ(p[1], inside ? 127 : 0);
+        EXPECT_EQ(p[2], inside ? 255 : 0) << bits << " " << x << "," << y;
+      }
+  }
+  // A bitmap smaller than the image is filled where they overlap.
+  CMemoryDIB small;
+  ASSERT_TRUE(small.Create(nullptr, 2, 2, 24));
+  ASSERT_TRUE(image->ToDIB(&small, nullptr, 0));
+  EXPECT_EQ(small.GetImageAdr24(1, 1)[2], 255);
+  EXPECT_FALSE(image->ToDIB(nullptr, nullptr, 0));
+}
+
+TEST(OrbImageDibTest, ToDibEightBitMatchesGetDib) {
+  auto grey = MakeImage(3, 2, 1, 0.0, 6.0);
+  for (int x = 0; x < 3; ++x)
+    for (int y = 0; y < 2; ++y) grey->SetPixelGrayRaw(x, y, float(x + 3 * y), 0);
+  CMemoryDIB dib;
+  ASSERT_TRUE(dib.Create(nullptr, 3, 2, 8));
+  ASSERT_TRUE(grey->ToDIB(&dib, nullptr, 0));
+  const bmptest::Picture pic = Decode(grey->GetDib(8));
+  for (int y = 0; y < 2; ++y)
+    for (int x = 0; x < 3; ++x) EXPECT_EQ(*dib.GetImageAdr8(x, y), pic.index[y * 3 + x]);
+
+  // A colour image gets its own palette in the bitmap.
+  auto colour = MakeImage(2, 1, 3, 0.0, 255.0);
+  colour->SetPixelGrayRaw(0, 0, 255.0f, 0);
+  colour->SetPixelGrayRaw(1, 0, 255.0f, 2);
+  ASSERT_TRUE(dib.Create(nullptr, 2, 1, 8));
+  ASSERT_TRUE(colour->ToDIB(&dib, nullptr, 0));
+  const RGBQUAD red = dib.GetPalette()[*dib.GetImageAdr8(0, 0)];
+  const RGBQUAD blue = dib.GetPalette()[*dib.GetImageAdr8(1, 0)];
+  EXPECT_EQ(red.rgbRed, 255);
+  EXPECT_EQ(red.rgbBlue, 0);
+  EXPECT_EQ(blue.rgbBlue, 255);
+  EXPECT_EQ(blue.rgbRed, 0);
+}
+
+}  // namespace
