@@ -7,12 +7,20 @@
 
 using namespace qrn::level;
 
-float CImgReduceTone::ReduceTonePixel(float t, int steps) {
-  if (steps <= 1) return 127.5f;
+int CImgReduceTone::BandOf(float t, int steps) {
   const float q = t * static_cast<float>(steps) / 256.0f;
-  const int band = q >= static_cast<float>(steps - 1) ? steps - 1 : q > 0.0f ? static_cast<int>(q) : 0;
-  return static_cast<float>(band) * 255.0f / static_cast<float>(steps - 1);
+  return q >= static_cast<float>(steps - 1) ? steps - 1 : q > 0.0f ? static_cast<int>(q) : 0;
 }
+
+namespace {
+
+float ToneOf(int band, int steps) {
+  return steps <= 1 ? 127.5f : static_cast<float>(band) * 255.0f / static_cast<float>(steps - 1);
+}
+
+}  // namespace
+
+float CImgReduceTone::ReduceTonePixel(float t, int steps) { return ToneOf(BandOf(t, steps), steps); }
 
 void CImgReduceTone::Do(int steps, COrbImage* src, CRect* rect, int progress) {
   const Region r = SourceRegion(*this, src, rect);
@@ -28,11 +36,15 @@ void CImgReduceTone::Do(int steps, COrbImage* src, CRect* rect, int progress) {
     dstMin[p] = static_cast<float>(GetLevelMin(p));
     dstScale[p] = static_cast<float>(GetLevelRange(p) / 255.0);
   }
+  // The raw result of every band of every plane, so a sample costs one band index and a load.
+  float raw[kMaxPlanes][256];
+  for (int p = 0; p < planes; ++p)
+    for (int band = 0; band < steps; ++band) raw[p][band] = ToneOf(band, steps) * dstScale[p] + dstMin[p];
   ShowProgressInit(progress, 6144, r.Height() * planes);
   ForEachRow(*this, *src, r, planes, [&](int p, const float* s, float* d, int n) {
     if (copy[p]) return CopyRow(s, d, n);
-    for (int x = 0; x < n; ++x)
-      d[x] = ReduceTonePixel((s[x] - srcMin[p]) * srcScale[p], steps) * dstScale[p] + dstMin[p];
+    const float lo = srcMin[p], k = srcScale[p];
+    for (int x = 0; x < n; ++x) d[x] = raw[p][BandOf((s[x] - lo) * k, steps)];
   });
   ShowProgressEnd(nullptr);
 }

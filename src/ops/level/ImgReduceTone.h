@@ -19,4 +19,6 @@ class CImgReduceTone : public COrbImage {
   void Do(int steps, COrbImage* src, CRect* rect, int progress);
   /// The tone (0..255 scale) of a value t on that scale.
   static float ReduceTonePixel(float t, int steps);
+  /// The band, 0 .. steps − 1, of a value t on the 0..255 scale.
+  static int BandOf(float t, int steps);
 };

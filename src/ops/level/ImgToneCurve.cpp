@@ -30,14 +30,30 @@ void CImgToneCurve::Do(float** curves, int n, COrbImage* src, CRect* rect, int p
     scale[p] = GetLevelRange(p) == 0.0 ? 0.0f : static_cast<float>(255.0 / GetLevelRange(p));
   }
   const float* master = curves[0];
+  // Inside 0..255 the result depends only on the lookup index, so each plane's raw results
+  // are tabulated once per index (own curve, master, back to raw) with the same float steps.
+  std::vector<float> table(static_cast<std::size_t>(planes) * n);
+  for (int p = 0; p < planes; ++p)
+    for (int i = 0; i < n && scale[p] != 0.0f; ++i) {
+      float u = (color ? curves[p + 1] : master)[i] * 255.0f;
+      if (color) u = ApplyCurve(master, last, u);
+      table[static_cast<std::size_t>(p) * n + i] = u / scale[p] + min[p];
+    }
   ShowProgressInit(progress, halpha ? 6194 : 6114, r.Height() * planes);
   ForEachRow(*this, *src, r, planes, [&](int p, const float* s, float* d, int w) {
-    if (scale[p] == 0.0f) return CopyRow(s, d, w);
-    const float* own = color ? curves[p + 1] : nullptr;
+    const float lo = min[p], k = scale[p], fi = static_cast<float>(last);
+    if (k == 0.0f) return CopyRow(s, d, w);
+    const float* own = color ? curves[p + 1] : master;
+    const float* raw = table.data() + static_cast<std::size_t>(p) * n;
     for (int x = 0; x < w; ++x) {
-      float u = ApplyCurve(own ? own : master, last, (s[x] - min[p]) * scale[p]);
-      if (own) u = ApplyCurve(master, last, u);
-      d[x] = u / scale[p] + min[p];
+      const float t = (s[x] - lo) * k;
+      if (t >= 0.0f && t <= 255.0f) {
+        d[x] = raw[static_cast<int>(t * fi / 255.0f)];
+        continue;
+      }
+      float u = CalcToneCurve(own, last, t);
+      if (color) u = ApplyCurve(master, last, u);
+      d[x] = u / k + lo;
     }
   });
   ShowProgressEnd(nullptr);

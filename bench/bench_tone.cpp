@@ -1,0 +1,133 @@
+// Per-sample tone and colour operations on 4096 x 4096 star fields, grey and colour, beside
+// the copy baseline and the nearest OpenCV call.
+#include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
+#include <vector>
+
+#include "BenchCommon.h"
+#include "ops/level/ImgBright.h"
+#include "ops/level/ImgColorBalance.h"
+#include "ops/level/ImgColorCorrect.h"
+#include "ops/level/ImgCutOff.h"
+#include "ops/level/ImgInvert.h"
+#include "ops/level/ImgReduceTone.h"
+#include "ops/level/ImgToneCurve.h"
+
+namespace {
+
+// Times op(dst, src) on a star field of the given planes, the result written to a second image.
+template <class Op>
+void Register(const char* name, int planes, Op op) {
+  benchmark::RegisterBenchmark(name, [planes, op](benchmark::State& state) {
+    auto src = bench::MakeStarField(planes);
+    COrbImage dst(*src);
+    for (auto _ : state) {
+      op(dst, src.get());
+      benchmark::ClobberMemory();
+    }
+    state.SetBytesProcessed(int64_t(state.iterations()) * src->GetWidth() * src->GetHeight() * planes * 4);
+  })->Unit(benchmark::kMillisecond)->UseRealTime();
+}
+
+// Times op(dst, src) on OpenCV matrices holding the star field's planes.
+template <class Op>
+void RegisterCv(const char* name, int planes, Op op) {
+  benchmark::RegisterBenchmark(name, [planes, op](benchmark::State& state) {
+    auto image = bench::MakeStarField(planes);
+    std::vector<cv::Mat> src, dst(planes);
+    for (int p = 0; p < planes; ++p) src.push_back(bench::ToMat(*image, p));
+    for (auto _ : state) {
+      op(src, dst);
+      benchmark::ClobberMemory();
+    }
+    state.SetBytesProcessed(int64_t(state.iterations()) * image->GetWidth() * image->GetHeight() * planes * 4);
+  })->Unit(benchmark::kMillisecond)->UseRealTime();
+}
+
+// The image's level window as the linear map of convertTo: 900..5000 on the 0..255 scale.
+constexpr double kMin = 900.0, kRange = 4100.0;
+
+void Bright(COrbImage& dst, COrbImage* src) {
+  float b[3] = {10, 10, 10}, c[3] = {64, 64, 64};
+  static_cast<CImgBright&>(dst).Do(b, c, 40.0, src, nullptr, 0);
+}
+
+void CvBright(const std::vector<cv::Mat>& src, std::vector<cv::Mat>& dst) {
+  // The same map folded into one multiply-add: v·(1 + c/256) + constant.
+  for (std::size_t p = 0; p < src.size(); ++p) src[p].convertTo(dst[p], CV_32F, 1.25, -0.25 * kMin + 10 * kRange / 255);
+}
+
+void Invert(COrbImage& dst, COrbImage* src) { static_cast<CImgInvert&>(dst).Do(src, nullptr, 0); }
+
+void CvInvert(const std::vector<cv::Mat>& src, std::vector<cv::Mat>& dst) {
+  for (std::size_t p = 0; p < src.size(); ++p) src[p].convertTo(dst[p], CV_32F, -1.0, 2 * kMin + kRange);
+}
+
+void Balance(COrbImage& dst, COrbImage* src) { static_cast<CImgColorBalance&>(dst).Do(5, -3, 2, src, nullptr, 0); }
+
+void CvBalance(const std::vector<cv::Mat>& src, std::vector<cv::Mat>& dst) {
+  for (std::size_t p = 0; p < src.size(); ++p) src[p].convertTo(dst[p], CV_32F, 1.0, 5 * (p + 1.0));
+}
+
+std::vector<float> Gamma() {
+  std::vector<float> curve(256);
+  for (int i = 0; i < 256; ++i) curve[i] = std::pow(i / 255.0f, 0.5f);
+  return curve;
+}
+
+void ToneCurve(COrbImage& dst, COrbImage* src) {
+  static std::vector<float> curve = Gamma();
+  float* curves[4] = {curve.data(), curve.data(), curve.data(), curve.data()};
+  static_cast<CImgToneCurve&>(dst).Do(curves, 256, src, nullptr, 0, 0);
+}
+
+void CvToneCurve(const std::vector<cv::Mat>& src, std::vector<cv::Mat>& dst) {
+  // Index on the 0..255 scale, then a float table: the LUT form of a truncating curve.
+  static std::vector<float> curve = Gamma();
+  static cv::Mat table(1, 256, CV_32F, curve.data());
+  cv::Mat index;
+  for (std::size_t p = 0; p < src.size(); ++p) {
+    src[p].convertTo(index, CV_8U, 255.0 / kRange, -kMin * 255.0 / kRange);
+    cv::LUT(index, table, dst[p]);
+  }
+}
+
+void CutOff(COrbImage& dst, COrbImage* src) { static_cast<CImgCutOff&>(dst).Do(src, 0, 65535, nullptr, 0); }
+
+void ReduceTone(COrbImage& dst, COrbImage* src) { static_cast<CImgReduceTone&>(dst).Do(8, src, nullptr, 0); }
+
+void ColorCorrect(COrbImage& dst, COrbImage* src) {
+  tagMATRIX m{1.2, -0.1, -0.1, -0.1, 1.2, -0.1, -0.1, -0.1, 1.2};
+  static_cast<CImgColorCorrect&>(dst).Do(&m, 1.0, 0, 0, 0, src, nullptr, 0);
+}
+
+void CvColorCorrect(const std::vector<cv::Mat>& src, std::vector<cv::Mat>& dst) {
+  static cv::Mat merged, out;
+  if (merged.empty()) cv::merge(src, merged);
+  const cv::Matx33f m(1.2f, -0.1f, -0.1f, -0.1f, 1.2f, -0.1f, -0.1f, -0.1f, 1.2f);
+  cv::transform(merged, out, m);
+  dst[0] = out;
+}
+
+const int kRegistered = [] {
+  bench::RegisterCopyBaseline("BM_Copy/grey", 1);
+  bench::RegisterCopyBaseline("BM_Copy/colour", 3);
+  for (int planes : {1, 3}) {
+    const bool colour = planes == 3;
+    Register(colour ? "BM_Bright/colour" : "BM_Bright/grey", planes, Bright);
+    RegisterCv(colour ? "BM_CvConvertToBright/colour" : "BM_CvConvertToBright/grey", planes, CvBright);
+    Register(colour ? "BM_Invert/colour" : "BM_Invert/grey", planes, Invert);
+    RegisterCv(colour ? "BM_CvConvertToInvert/colour" : "BM_CvConvertToInvert/grey", planes, CvInvert);
+    Register(colour ? "BM_ToneCurve/colour" : "BM_ToneCurve/grey", planes, ToneCurve);
+    RegisterCv(colour ? "BM_CvLutToneCurve/colour" : "BM_CvLutToneCurve/grey", planes, CvToneCurve);
+    Register(colour ? "BM_CutOff/colour" : "BM_CutOff/grey", planes, CutOff);
+    Register(colour ? "BM_ReduceTone/colour" : "BM_ReduceTone/grey", planes, ReduceTone);
+  }
+  Register("BM_ColorBalance/colour", 3, Balance);
+  RegisterCv("BM_CvConvertToBalance/colour", 3, CvBalance);
+  Register("BM_ColorCorrect/colour", 3, ColorCorrect);
+  RegisterCv("BM_CvTransformColorCorrect/colour", 3, CvColorCorrect);
+  return 0;
+}();
+
+}  // namespace
