@@ -53,5 +53,7 @@
 #include "ops/calibration/ImgDark.h"
 #include "ops/calibration/ImgFlat.h"
 
+#include "ops/filter/ImgFilter.h"
+
 /// Library version as "major.minor.patch".
 inline const char* QrnImgVersion() { return QRNIMG_VERSION; }
