@@ -55,5 +55,7 @@
 
 #include "ops/filter/ImgFilter.h"
 
+#include "command/OrbImageProc.h"
+
 /// Library version as "major.minor.patch".
 inline const char* QrnImgVersion() { return QRNIMG_VERSION; }

@@ -64,6 +64,18 @@ CString& CString::Trim(const wchar_t* chars) {
   return *this;
 }
 
+CString& CString::TrimLeft(const wchar_t* chars) {
+  if (chars) m_s.erase(0, std::min(m_s.size(), m_s.find_first_not_of(chars)));
+  return *this;
+}
+
+CString& CString::TrimRight(const wchar_t* chars) {
+  if (!chars) return *this;
+  auto last = m_s.find_last_not_of(chars);
+  m_s.erase(last == std::wstring::npos ? 0 : last + 1);
+  return *this;
+}
+
 CString& CString::MakeUpper() {
   for (auto& c : m_s) c = static_cast<wchar_t>(std::towupper(c));
   return *this;

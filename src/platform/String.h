@@ -34,6 +34,8 @@ class CString {
   CString& TrimLeft();
   CString& TrimRight();
   CString& Trim(const wchar_t* chars);
+  CString& TrimLeft(const wchar_t* chars);
+  CString& TrimRight(const wchar_t* chars);
   CString& MakeUpper();
   CString& MakeLower();
   int Replace(const wchar_t* from, const wchar_t* to);
