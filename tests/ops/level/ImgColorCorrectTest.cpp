@@ -1,0 +1,85 @@
+#include "ops/level/ImgColorCorrect.h"
+
+#include <gtest/gtest.h>
+
+#include "ops/level/LevelTestImages.h"
+
+using leveltest::Make;
+
+namespace {
+
+const tagMATRIX kIdentity{1, 0, 0, 0, 1, 0, 0, 0, 1};
+const tagMATRIX kSwapRedBlue{0, 0, 1, 0, 1, 0, 1, 0, 0};
+
+std::unique_ptr<COrbImage> Rgb(float r, float g, float b) {
+  return Make(3, 2, 3, 0, 255, [&](int, int, int p) { return p == 0 ? r : p == 1 ? g : b; });
+}
+
+TEST(ImgColorCorrect, IdentityAtFullStrengthReproducesTheSource) {
+  auto src = leveltest::Noise(17, 3, 3, 900, 5000);
+  COrbImage dst(*src);
+  tagMATRIX m = kIdentity;
+  EXPECT_EQ(static_cast<CImgColorCorrect&>(dst).Do(&m, 1.0, 2, 1000.0f, 0, src.get(), nullptr, 0), 1);
+  // Two level-window mappings in double, stored as float: within an ulp of ~6000.
+  for (int p = 0; p < 3; ++p)
+    for (int x = 0; x < 17; ++x) EXPECT_NEAR(dst.GetPixelGrayRaw(x, 2, p), src->GetPixelGrayRaw(x, 2, p), 1e-3);
+}
+
+TEST(ImgColorCorrect, HalfStrengthBlendsWithTheSource) {
+  auto src = Rgb(200, 100, 40);
+  COrbImage dst(*src);
+  tagMATRIX m = kSwapRedBlue;
+  static_cast<CImgColorCorrect&>(dst).Do(&m, 0.5, 0, 0.0f, 0, src.get(), nullptr, 0);
+  EXPECT_FLOAT_EQ(dst.GetPixelGrayRaw(1, 1, 0), 120.0f);  // (200 + 40) / 2
+  EXPECT_FLOAT_EQ(dst.GetPixelGrayRaw(1, 1, 1), 100.0f);
+  EXPECT_FLOAT_EQ(dst.GetPixelGrayRaw(1, 1, 2), 120.0f);
+}
+
+TEST(ImgColorCorrect, MatrixActsAboutTheBlackPoint) {
+  // Black 20 on every plane; a doubling matrix moves 120 to 20 + 2·100 and keeps 20 at 20.
+  auto src = Make(2, 1, 3, 0, 255, [](int x, int, int) { return x == 0 ? 20 : 120; });
+  tagMATRIX m{2, 0, 0, 0, 2, 0, 0, 0, 2};
+  COrbImage given(*src), found(*src);
+  static_cast<CImgColorCorrect&>(given).Do(&m, 1.0, 2, 20.0f, 0, src.get(), nullptr, 0);
+  static_cast<CImgColorCorrect&>(found).Do(&m, 1.0, 1, 0.0f, 0, src.get(), nullptr, 0);  // minimum is 20
+  for (const COrbImage* image : {&given, &found})
+    for (int p = 0; p < 3; ++p) {
+      EXPECT_FLOAT_EQ(image->GetPixelGrayRaw(0, 0, p), 20.0f);
+      EXPECT_FLOAT_EQ(image->GetPixelGrayRaw(1, 0, p), 220.0f);
+    }
+}
+
+TEST(ImgColorCorrect, OptionsClipAtBlackAndKeepBrightness) {
+  auto src = Rgb(100, 50, 10);
+  tagMATRIX m{1, -1, 0, 0, 1, 0, 0, 0, 1};  // red − green: a negative red for greenish pixels
+  tagMATRIX swap = kSwapRedBlue;
+  auto greenish = Rgb(10, 50, 10);
+  COrbImage clipped(*greenish), kept(*src);
+  static_cast<CImgColorCorrect&>(clipped).Do(&m, 1.0, 0, 0.0f, CImgColorCorrect::kClipBlack, greenish.get(),
+                                             nullptr, 0);
+  EXPECT_EQ(clipped.GetPixelGrayRaw(0, 0, 0), 0.0f);  // 10 − 50 clipped at black
+  static_cast<CImgColorCorrect&>(kept).Do(&swap, 1.0, 0, 0.0f, CImgColorCorrect::kKeepBright, src.get(), nullptr, 0);
+  const double before = 0.299 * 100 + 0.587 * 50 + 0.114 * 10;
+  const double after = 0.299 * kept.GetPixelGrayRaw(0, 0, 0) + 0.587 * kept.GetPixelGrayRaw(0, 0, 1) +
+                       0.114 * kept.GetPixelGrayRaw(0, 0, 2);
+  EXPECT_NEAR(after, before, 1e-4);  // float storage of values near 100
+  // Ratios are the swapped colour's: red/blue = 10/100.
+  EXPECT_NEAR(kept.GetPixelGrayRaw(0, 0, 0) / kept.GetPixelGrayRaw(0, 0, 2), 0.1, 1e-6);
+}
+
+TEST(ImgColorCorrect, RejectedRequestsChangeNothing) {
+  auto src = Rgb(1, 2, 3);
+  auto grey = Make(3, 2, 1, 0, 255, [](int, int, int) { return 1; });
+  COrbImage dst(*src), greyDst(*grey);
+  tagMATRIX m = kSwapRedBlue;
+  auto& op = static_cast<CImgColorCorrect&>(dst);
+  EXPECT_EQ(op.Do(&m, 1.0, 3, 0.0f, 0, src.get(), nullptr, 0), 0);
+  EXPECT_EQ(op.Do(nullptr, 1.0, 0, 0.0f, 0, src.get(), nullptr, 0), 0);
+  EXPECT_EQ(op.Do(&m, 1.0, 0, 0.0f, 0, grey.get(), nullptr, 0), 0);
+  EXPECT_EQ(op.Do(nullptr, 0.0, 0, 0.0f, 0, 0), 1);  // in place, strength 0: done at once
+  EXPECT_EQ(op.Do(&m, -2.0, 0, 0.0f, 0, src.get(), nullptr, 0), 1);  // clamped to 0: a copy
+  EXPECT_EQ(static_cast<CImgColorCorrect&>(greyDst).Do(&m, 1.0, 0, 0.0f, 0, grey.get(), nullptr, 0), 0);
+  EXPECT_TRUE(leveltest::BitEqual(dst, *src));
+}
+
+}  // namespace

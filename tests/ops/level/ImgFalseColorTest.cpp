@@ -1,0 +1,74 @@
+#include "ops/level/ImgFalseColor.h"
+
+#include <gtest/gtest.h>
+
+#include "ops/level/LevelTestImages.h"
+
+using leveltest::Make;
+
+namespace {
+
+TEST(ImgFalseColor, MapsRunFromTheirDarkToTheirBrightEnd) {
+  double r, g, b;
+  // Heat, cool, cubehelix and grey run black to white; rainbow and jet blue-ish to red-ish.
+  for (int scheme : {1, 2, 5, 9}) {
+    CImgFalseColor::GetFalseColor(0, scheme, 0, &r, &g, &b);
+    EXPECT_EQ(r + g + b, 0.0) << scheme;
+    CImgFalseColor::GetFalseColor(255, scheme, 0, &r, &g, &b);
+    EXPECT_NEAR(r + g + b, 765.0, 1e-9) << scheme;  // clamped exactly to 1 except rounding
+  }
+  CImgFalseColor::GetFalseColor(0, 0, 0, &r, &g, &b);
+  EXPECT_EQ(b, 255.0);
+  EXPECT_EQ(r, 0.0);
+  CImgFalseColor::GetFalseColor(255, 0, 0, &r, &g, &b);
+  EXPECT_EQ(r, 255.0);
+  EXPECT_EQ(b, 0.0);
+  CImgFalseColor::GetFalseColor(127.5, 4, 0, &r, &g, &b);  // diverging map is white in the middle
+  EXPECT_EQ(r + g + b, 765.0);
+}
+
+TEST(ImgFalseColor, CubehelixBrightnessRisesMonotonically) {
+  double previous = -1;
+  for (int v = 0; v <= 255; ++v) {
+    double r, g, b;
+    CImgFalseColor::GetFalseColor(v, 5, 0, &r, &g, &b);
+    const double bright = 0.30 * r + 0.59 * g + 0.11 * b;
+    EXPECT_GE(bright, previous - 1e-9) << v;
+    previous = bright;
+  }
+}
+
+TEST(ImgFalseColor, ClampsAndCycles) {
+  double r1, g1, b1, r2, g2, b2;
+  CImgFalseColor::GetFalseColor(-40, 99, 0, &r1, &g1, &b1);
+  EXPECT_EQ(r1, 0.0);
+  CImgFalseColor::GetFalseColor(900, 99, 0, &r1, &g1, &b1);
+  EXPECT_EQ(g1, 255.0);
+  CImgFalseColor::GetFalseColor(200, 99, 2, &r1, &g1, &b1);  // fmod(400, 256) = 144
+  EXPECT_EQ(b1, 144.0);
+  CImgFalseColor::GetFalseColor(200, 3, 2, &r1, &g1, &b1);
+  CImgFalseColor::GetFalseColor(144, 3, 0, &r2, &g2, &b2);
+  EXPECT_EQ(r1, r2);
+  EXPECT_EQ(g1, g2);
+  EXPECT_EQ(b1, b2);
+}
+
+TEST(ImgFalseColor, GreyImageBecomesColourThroughItsWindow) {
+  auto image = Make(3, 2, 1, 1000, 1510, [](int x, int, int) { return 1000 + 255 * x; });  // 0, 127.5, 255
+  static_cast<CImgFalseColor&>(*image).Do(0, 255, 99, 0, image.get(), nullptr, 0);
+  ASSERT_EQ(image->GetPlanes(), 3);
+  for (int p = 0; p < 3; ++p) {
+    EXPECT_EQ(image->GetLevelMin(p), 1000.0);
+    for (int x = 0; x < 3; ++x) EXPECT_FLOAT_EQ(image->GetPixelGrayRaw(x, 1, p), 1000.0f + 255 * x);
+  }
+}
+
+TEST(ImgFalseColor, LowAndHighStretchTheInput) {
+  auto src = Make(2, 1, 1, 0, 255, [](int x, int, int) { return 100 + 50 * x; });
+  auto dst = Make(2, 1, 3, 0, 255, [](int, int, int) { return 0; });
+  static_cast<CImgFalseColor&>(*dst).Do(100, 150, 99, 0, src.get(), nullptr, 0);
+  EXPECT_FLOAT_EQ(dst->GetPixelGrayRaw(0, 0, 1), 0.0f);
+  EXPECT_FLOAT_EQ(dst->GetPixelGrayRaw(1, 0, 1), 255.0f);
+}
+
+}  // namespace

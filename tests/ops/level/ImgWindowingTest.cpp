@@ -1,0 +1,36 @@
+#include "ops/level/ImgWindowing.h"
+
+#include <gtest/gtest.h>
+
+#include "ops/level/LevelTestImages.h"
+
+using leveltest::Make;
+
+namespace {
+
+TEST(ImgWindowing, RaisedCosineAboutTheCentre) {
+  auto src = Make(5, 4, 3, 0, 1, [](int, int, int) { return 8; });
+  COrbImage dst(*src);
+  EXPECT_EQ(static_cast<CImgWindowing&>(dst).Do(0, 2.0, src.get(), 0), 1);
+  // Centre (2, 2). r = 0 -> 1; r = 1 -> cos(π/2) -> 0.5; r = 2 -> outside -> 0;
+  // r = √2 -> 0.5·cos(π/√2) + 0.5. Double arithmetic stored as float: 1e-6 of 8.
+  for (int p = 0; p < 3; ++p) {
+    EXPECT_FLOAT_EQ(dst.GetPixelGrayRaw(2, 2, p), 8.0f);
+    EXPECT_NEAR(dst.GetPixelGrayRaw(3, 2, p), 4.0f, 1e-6);
+    EXPECT_NEAR(dst.GetPixelGrayRaw(2, 1, p), 4.0f, 1e-6);
+    EXPECT_NEAR(dst.GetPixelGrayRaw(1, 1, p), 8 * (0.5 * std::cos(M_PI / std::sqrt(2.0)) + 0.5), 1e-5);
+    EXPECT_EQ(dst.GetPixelGrayRaw(0, 2, p), 0.0f);
+    EXPECT_EQ(dst.GetPixelGrayRaw(4, 0, p), 0.0f);
+  }
+}
+
+TEST(ImgWindowing, OtherTypesCopyAndBadRadiusZeroes) {
+  auto src = Make(3, 3, 1, 0, 1, [](int x, int y, int) { return x + 3 * y + 1; });
+  COrbImage flat(*src), zero(*src);
+  EXPECT_EQ(static_cast<CImgWindowing&>(flat).Do(1, 0.5, src.get(), 1), 1);
+  EXPECT_TRUE(leveltest::BitEqual(flat, *src));
+  EXPECT_EQ(static_cast<CImgWindowing&>(zero).Do(0, -1.0, src.get(), 0), 1);
+  for (int x = 0; x < 3; ++x) EXPECT_EQ(zero.GetPixelGrayRaw(x, 1, 0), 0.0f);
+}
+
+}  // namespace
