@@ -58,7 +58,7 @@ int Gather(float** l, const Columns& c, int type, T* v, int& centre) {
       return 21;
     }
     default:
-      v[0] = l[type == 0 ? 1 : 0][0];
+      v[0] = l[0][0];
       centre = 0;
       return 1;
   }
