@@ -54,6 +54,8 @@
 #include "ops/calibration/ImgFlat.h"
 
 #include "ops/filter/ImgFilter.h"
+#include "ops/filter/ImgFilterSharp.h"
+#include "ops/filter/ImgFilterSpecial.h"
 
 #include "command/OrbImageProc.h"
 
