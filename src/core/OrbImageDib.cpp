@@ -146,14 +146,21 @@ HGLOBAL COrbImage::GetDib(int bits) {
   const std::size_t imageSize = stride * height;
   const std::size_t paletteSize = bits == 8 ? 4 * CBaseDIB::kPaletteEntries : 0;
   if (imageSize > 0xffffffffu) return nullptr;  // the header holds the size in 32 bits
-  HGLOBAL block = GlobalAlloc(GHND, CBaseDIB::kHeaderSize + paletteSize + imageSize);
+  // Not zero-filled: every byte is written below (the padding explicitly), which saves a
+  // pass over the block.
+  HGLOBAL block = GlobalAlloc(GMEM_MOVEABLE, CBaseDIB::kHeaderSize + paletteSize + imageSize);
   if (!block) return nullptr;
   auto* out = static_cast<BYTE*>(GlobalLock(block));
   CBaseDIB::WriteHeader(out, width, height, bits, imageSize);
   auto* palette = reinterpret_cast<RGBQUAD*>(out + CBaseDIB::kHeaderSize);
   BYTE* pixels = out + CBaseDIB::kHeaderSize + paletteSize;
   // Image line y is bitmap row height − 1 − y: the picture is stored bottom-up.
-  auto row = [&](int y) { return pixels + (height - 1 - y) * stride; };
+  const std::size_t used = std::size_t(width) * (bits / 8);
+  auto row = [&](int y) {
+    BYTE* r = pixels + (height - 1 - y) * stride;
+    std::memset(r + used, 0, stride - used);
+    return r;
+  };
   const CPlaneBytes bytes(*this);
 
   if (bits == 24) {
