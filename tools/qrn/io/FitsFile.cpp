@@ -1,0 +1,235 @@
+// FITS reading and writing with cfitsio.
+#include "io/FitsFile.h"
+
+#include <fitsio.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+#include "Error.h"
+
+namespace {
+
+// cfitsio's own words for a status code, with the file named by the caller.
+[[noreturn]] void Fail(const std::string& path, const std::string& what, int status) {
+  char text[FLEN_STATUS] = {};
+  fits_get_errstatus(status, text);
+  fits_clear_errmsg();
+  throw CQrnError(path, what + " (" + text + ")");
+}
+
+struct CFitsHandle {
+  fitsfile* f = nullptr;
+  ~CFitsHandle() {
+    int status = 0;
+    if (f) fits_close_file(f, &status);
+  }
+};
+
+// Cards the reader and writer derive from the data, never copied as keywords.
+bool IsStructural(const std::string& name) {
+  static const char* const kNames[] = {"SIMPLE", "BITPIX", "EXTEND", "BSCALE", "BZERO", "XTENSION", "PCOUNT",
+                                       "GCOUNT", "END", "COMMENT", "HISTORY", "CHECKSUM", "DATASUM", "BLANK",
+                                       "EXTNAME", "EXTVER", "INHERIT"};
+  if (name.empty()) return true;
+  for (const char* k : kNames)
+    if (name == k) return true;
+  if (name.rfind("NAXIS", 0) == 0) return true;
+  // Tile-compression bookkeeping of compressed images.
+  if (name[0] == 'Z' && (name.rfind("ZNAXIS", 0) == 0 || name.rfind("ZTILE", 0) == 0 || name.rfind("ZNAME", 0) == 0 ||
+                         name.rfind("ZVAL", 0) == 0 || name == "ZIMAGE" || name == "ZBITPIX" || name == "ZCMPTYPE" ||
+                         name == "ZQUANTIZ" || name == "ZDITHER0" || name == "ZSIMPLE" || name == "ZEXTEND" ||
+                         name == "ZPCOUNT" || name == "ZGCOUNT" || name == "ZBLANK" || name == "ZHECKSUM" ||
+                         name == "ZDATASUM"))
+    return true;
+  return name.rfind("TTYPE", 0) == 0 || name.rfind("TFORM", 0) == 0 || name == "TFIELDS";
+}
+
+void ReadKeywords(fitsfile* f, CHeader& header) {
+  int status = 0, count = 0;
+  fits_get_hdrspace(f, &count, nullptr, &status);
+  for (int i = 1; i <= count && status == 0; ++i) {
+    char name[FLEN_KEYWORD] = {}, value[FLEN_VALUE] = {}, comment[FLEN_COMMENT] = {};
+    if (fits_read_keyn(f, i, name, value, comment, &status)) break;
+    if (IsStructural(name)) continue;
+    std::string text = value;
+    if (!text.empty() && text[0] == '\'') {
+      char plain[FLEN_VALUE] = {};
+      int s = 0;
+      fits_read_key_str(f, name, plain, nullptr, &s);  // dequotes and joins long strings
+      text = s == 0 ? plain : text;
+    }
+    header.SetKeyword(CString::FromUtf8(name), CString::FromUtf8(text), CString::FromUtf8(comment));
+  }
+  fits_clear_errmsg();
+}
+
+bool IsNumberOrLogical(const std::string& v) {
+  if (v == "T" || v == "F") return true;
+  if (v.empty()) return false;
+  char* end = nullptr;
+  std::strtod(v.c_str(), &end);
+  return end && *end == '\0';
+}
+
+void WriteKeywords(fitsfile* f, const CHeader& header, const std::string& path) {
+  int status = 0;
+  for (const auto& k : header.GetKeywords()) {
+    const std::string name = k.name.ToUtf8(), value = k.value.ToUtf8(), comment = k.comment.ToUtf8();
+    if (IsStructural(name)) continue;
+    if (name.size() <= 8 && IsNumberOrLogical(value)) {
+      // Numbers and logicals keep the text they were read with.
+      char card[FLEN_CARD] = {};
+      std::snprintf(card, sizeof card, "%-8s= %20s%s%s", name.c_str(), value.c_str(), comment.empty() ? "" : " / ",
+                    comment.c_str());
+      card[80] = '\0';
+      fits_write_record(f, card, &status);
+    } else {
+      fits_update_key_str(f, name.c_str(), value.c_str(), comment.empty() ? nullptr : comment.c_str(), &status);
+    }
+    if (status) Fail(path, "cannot write keyword " + name, status);
+  }
+}
+
+// Moves to the first HDU that holds an image of at least two axes.
+void FindImage(fitsfile* f, const std::string& path) {
+  int status = 0, hdus = 0;
+  fits_get_num_hdus(f, &hdus, &status);
+  for (int i = 1; i <= hdus; ++i) {
+    int type = 0, naxis = 0;
+    fits_movabs_hdu(f, i, &type, &status);
+    if (status) Fail(path, "cannot read FITS structure", status);
+    if (type != IMAGE_HDU) continue;
+    fits_get_img_dim(f, &naxis, &status);
+    if (status == 0 && naxis >= 2) return;
+  }
+  throw CQrnError(path, "no image in this FITS file");
+}
+
+template <class T>
+void ReadPlanes(fitsfile* f, int datatype, COrbImage& image, const std::string& path) {
+  const int w = image.GetWidth(), h = image.GetHeight();
+  std::vector<T> buffer(std::size_t(w) * h);
+  for (int p = 0; p < image.GetPlanes(); ++p) {
+    long first[3] = {1, 1, p + 1};
+    int status = 0, anyNull = 0;
+    fits_read_pix(f, datatype, first, long(buffer.size()), nullptr, buffer.data(), &anyNull, &status);
+    if (status) Fail(path, "truncated or unreadable FITS data", status);
+    for (int y = 0; y < h; ++y)
+      std::memcpy(image.CImage::GetImageAdr(0, y, p, 0), buffer.data() + std::size_t(y) * w, sizeof(T) * w);
+  }
+}
+
+template <class T>
+void WritePlanes(fitsfile* f, int datatype, const CImage& image, const std::string& path) {
+  const int w = image.GetWidth(), h = image.GetHeight();
+  std::vector<T> buffer(std::size_t(w) * h);
+  for (int p = 0; p < image.GetPlanes(); ++p) {
+    for (int y = 0; y < h; ++y)
+      std::memcpy(buffer.data() + std::size_t(y) * w, image.GetImageAdr(0, y, p), sizeof(T) * w);
+    long first[3] = {1, 1, p + 1};
+    int status = 0;
+    fits_write_pix(f, datatype, first, long(buffer.size()), buffer.data(), &status);
+    if (status) Fail(path, "cannot write FITS data", status);
+  }
+}
+
+}  // namespace
+
+CLoadedImage CFitsFile::Read(const std::string& path) {
+  CFitsHandle h;
+  int status = 0;
+  // The disk-file form takes the name literally (no extended file-name syntax).
+  if (fits_open_diskfile(&h.f, path.c_str(), READONLY, &status)) Fail(path, "not a readable FITS file", status);
+  FindImage(h.f, path);
+
+  int bitpix = 0, equiv = 0, naxis = 0;
+  long naxes[3] = {1, 1, 1};
+  fits_get_img_param(h.f, 3, &bitpix, &naxis, naxes, &status);
+  fits_get_img_equivtype(h.f, &equiv, &status);
+  if (status) Fail(path, "cannot read the image parameters", status);
+  if (bitpix != 8 && bitpix != 16 && bitpix != 32 && bitpix != -32 && bitpix != -64)
+    throw CQrnError(path, "unsupported BITPIX " + std::to_string(bitpix) + " (8, 16, 32, -32, -64 are read)");
+  int planes = 1;
+  if (naxis == 3) planes = int(naxes[2]);
+  if (naxis > 3 || (planes != 1 && planes != 3))
+    throw CQrnError(path, "unsupported layout: " + std::to_string(naxis) + " axes with " + std::to_string(planes) +
+                              " planes (2-D images and cubes of 1 or 3 planes are read)");
+  if (naxes[0] <= 0 || naxes[1] <= 0) throw CQrnError(path, "empty image");
+  const int w = int(naxes[0]), height = int(naxes[1]);
+
+  CLoadedImage out;
+  out.format = "FITS";
+  std::unique_ptr<COrbImage> img;
+  if (equiv == USHORT_IMG || equiv == ULONG_IMG) {
+    // The unsigned convention (BZERO 2^15 or 2^31): read as unsigned integers.
+    out.bits = bitpix;
+    out.isSigned = false;
+    img = qrnio::MakeStoredImage(path, bitpix, false, w, height, planes);
+    if (bitpix == 16) ReadPlanes<unsigned short>(h.f, TUSHORT, *img, path);
+    else ReadPlanes<unsigned int>(h.f, TUINT, *img, path);
+  } else {
+    double bscale = 1.0, bzero = 0.0;
+    int s = 0;
+    if (fits_read_key_dbl(h.f, "BSCALE", &bscale, nullptr, &s)) bscale = 1.0;
+    s = 0;
+    if (fits_read_key_dbl(h.f, "BZERO", &bzero, nullptr, &s)) bzero = 0.0;
+    fits_clear_errmsg();
+    // The stored integers are kept; the image's bscale and bzero give the physical values.
+    fits_set_bscale(h.f, 1.0, 0.0, &status);
+    out.bits = bitpix;
+    out.isSigned = bitpix != 8;
+    img = qrnio::MakeStoredImage(path, bitpix, out.isSigned, w, height, planes, bscale, bzero);
+    switch (bitpix) {
+      case 8: ReadPlanes<unsigned char>(h.f, TBYTE, *img, path); break;
+      case 16: ReadPlanes<short>(h.f, TSHORT, *img, path); break;
+      case 32: ReadPlanes<int>(h.f, TINT, *img, path); break;
+      case -32: ReadPlanes<float>(h.f, TFLOAT, *img, path); break;
+      default: ReadPlanes<double>(h.f, TDOUBLE, *img, path); break;
+    }
+    if (bitpix > 0 && (bscale != 1.0 || bzero != 0.0)) out.bits = -32;  // scaled integers are written back as floats
+  }
+  ReadKeywords(h.f, img->GetHeader());
+  qrnio::FinishRead(path, *img);
+  out.image = std::move(img);
+  return out;
+}
+
+void CFitsFile::Write(const std::string& path, const COrbImage& image, int bits, bool isSigned) {
+  auto stored = qrnio::ToStored(path, image, bits, isSigned);
+  ::unlink(path.c_str());  // cfitsio creates, it does not replace
+  CFitsHandle h;
+  int status = 0;
+  if (fits_create_diskfile(&h.f, path.c_str(), &status)) Fail(path, "cannot create FITS file", status);
+  int type = 0;
+  switch (bits) {
+    case 8: type = BYTE_IMG; break;
+    case 16: type = isSigned ? SHORT_IMG : USHORT_IMG; break;
+    case 32: type = isSigned ? LONG_IMG : ULONG_IMG; break;
+    case -32: type = FLOAT_IMG; break;
+    case -64: type = DOUBLE_IMG; break;
+    default: throw CQrnError(path, "FITS cannot store " + std::to_string(bits) + "-bit samples");
+  }
+  long naxes[3] = {image.GetWidth(), image.GetHeight(), image.GetPlanes()};
+  fits_create_img(h.f, type, image.GetPlanes() > 1 ? 3 : 2, naxes, &status);
+  if (status) Fail(path, "cannot create FITS image", status);
+  WriteKeywords(h.f, image.GetHeader(), path);
+  switch (bits) {
+    case 8: WritePlanes<unsigned char>(h.f, TBYTE, *stored, path); break;
+    case 16:
+      if (isSigned) WritePlanes<short>(h.f, TSHORT, *stored, path);
+      else WritePlanes<unsigned short>(h.f, TUSHORT, *stored, path);
+      break;
+    case 32:
+      if (isSigned) WritePlanes<int>(h.f, TINT, *stored, path);
+      else WritePlanes<unsigned int>(h.f, TUINT, *stored, path);
+      break;
+    case -32: WritePlanes<float>(h.f, TFLOAT, *stored, path); break;
+    default: WritePlanes<double>(h.f, TDOUBLE, *stored, path); break;
+  }
+  fits_close_file(h.f, &status);
+  h.f = nullptr;
+  if (status) Fail(path, "cannot finish FITS file", status);
+}

@@ -1,0 +1,156 @@
+// TIFF reading and writing with libtiff.
+#include "io/TiffFile.h"
+
+#include <tiffio.h>
+
+#include <cstdarg>
+#include <cstring>
+#include <vector>
+
+#include "Error.h"
+#include "io/HeaderText.h"
+
+namespace {
+
+// libtiff reports through handlers; the last error text becomes the reason we give.
+thread_local std::string g_lastError;
+
+void OnError(const char*, const char* fmt, va_list ap) {
+  char text[512];
+  std::vsnprintf(text, sizeof text, fmt, ap);
+  g_lastError = text;
+}
+void OnWarning(const char*, const char*, va_list) {}
+
+struct CTiffHandle {
+  TIFF* t = nullptr;
+  ~CTiffHandle() {
+    if (t) TIFFClose(t);
+  }
+};
+
+void InstallHandlers() {
+  TIFFSetErrorHandler(OnError);
+  TIFFSetWarningHandler(OnWarning);
+  g_lastError.clear();
+}
+
+[[noreturn]] void Fail(const std::string& path, const std::string& what) {
+  throw CQrnError(path, g_lastError.empty() ? what : what + " (" + g_lastError + ")");
+}
+
+}  // namespace
+
+CLoadedImage CTiffFile::Read(const std::string& path) {
+  InstallHandlers();
+  CTiffHandle h;
+  h.t = TIFFOpen(path.c_str(), "r");
+  if (!h.t) Fail(path, "not a readable TIFF file");
+  uint32_t w = 0, height = 0;
+  uint16_t bps = 0, spp = 1, format = SAMPLEFORMAT_UINT, config = PLANARCONFIG_CONTIG;
+  TIFFGetField(h.t, TIFFTAG_IMAGEWIDTH, &w);
+  TIFFGetField(h.t, TIFFTAG_IMAGELENGTH, &height);
+  TIFFGetFieldDefaulted(h.t, TIFFTAG_BITSPERSAMPLE, &bps);
+  TIFFGetFieldDefaulted(h.t, TIFFTAG_SAMPLESPERPIXEL, &spp);
+  TIFFGetFieldDefaulted(h.t, TIFFTAG_SAMPLEFORMAT, &format);
+  TIFFGetFieldDefaulted(h.t, TIFFTAG_PLANARCONFIG, &config);
+  if (w == 0 || height == 0) throw CQrnError(path, "empty image");
+  if (TIFFIsTiled(h.t)) throw CQrnError(path, "unsupported TIFF layout: tiled images are not read");
+  int bits = 0;
+  if (format == SAMPLEFORMAT_UINT && (bps == 8 || bps == 16)) bits = bps;
+  else if (format == SAMPLEFORMAT_IEEEFP && bps == 32) bits = -32;
+  else
+    throw CQrnError(path, "unsupported TIFF sample format: " + std::to_string(bps) + " bits " +
+                              (format == SAMPLEFORMAT_IEEEFP ? "float" : format == SAMPLEFORMAT_INT ? "signed" : "unsigned") +
+                              " (8/16-bit unsigned and 32-bit float are read)");
+  uint16_t extra = 0;
+  uint16_t* extraTypes = nullptr;
+  TIFFGetField(h.t, TIFFTAG_EXTRASAMPLES, &extra, &extraTypes);
+  const int colour = spp - extra;
+  if (colour != 1 && colour != 3)
+    throw CQrnError(path, "unsupported TIFF sample layout: " + std::to_string(spp) + " samples per pixel");
+  uint16_t photometric = PHOTOMETRIC_MINISBLACK;
+  TIFFGetFieldDefaulted(h.t, TIFFTAG_PHOTOMETRIC, &photometric);
+  if (photometric == PHOTOMETRIC_PALETTE) throw CQrnError(path, "unsupported TIFF layout: palette colour");
+
+  CLoadedImage out;
+  out.format = "TIFF";
+  out.bits = bits;
+  out.isSigned = bits < 0;
+  auto img = qrnio::MakeStoredImage(path, bits, bits < 0, int(w), int(height), colour);
+  const int bytes = bps / 8;
+  std::vector<unsigned char> line(TIFFScanlineSize(h.t));
+  const bool invert = photometric == PHOTOMETRIC_MINISWHITE && bits > 0;
+  const uint32_t maxValue = bits == 8 ? 0xff : 0xffff;
+  auto store = [&](int p, uint32_t y, const unsigned char* src, int step) {
+    auto* dst = static_cast<unsigned char*>(img->CImage::GetImageAdr(0, int(y), p, 0));
+    for (uint32_t x = 0; x < w; ++x) {
+      std::memcpy(dst + std::size_t(x) * bytes, src + std::size_t(x) * step * bytes, bytes);
+      if (invert) {
+        if (bits == 8) dst[x] = BYTE(maxValue - dst[x]);
+        else reinterpret_cast<uint16_t*>(dst)[x] = uint16_t(maxValue - reinterpret_cast<uint16_t*>(dst)[x]);
+      }
+    }
+  };
+  if (config == PLANARCONFIG_CONTIG) {
+    for (uint32_t y = 0; y < height; ++y) {
+      if (TIFFReadScanline(h.t, line.data(), y, 0) < 0) Fail(path, "truncated or unreadable TIFF data");
+      for (int p = 0; p < colour; ++p) store(p, y, line.data() + std::size_t(p) * bytes, spp);
+    }
+  } else {
+    for (int p = 0; p < colour; ++p)
+      for (uint32_t y = 0; y < height; ++y) {
+        if (TIFFReadScanline(h.t, line.data(), y, uint16_t(p)) < 0) Fail(path, "truncated or unreadable TIFF data");
+        store(p, y, line.data(), 1);
+      }
+  }
+  char* description = nullptr;
+  if (TIFFGetField(h.t, TIFFTAG_IMAGEDESCRIPTION, &description) && description) {
+    const std::string text = description;
+    const std::string marker = std::string(qrnio::kHeaderTextKey) + "\n";
+    if (text.rfind(marker, 0) == 0) qrnio::HeaderFromText(text.substr(marker.size()), img->GetHeader());
+  }
+  qrnio::FinishRead(path, *img);
+  out.image = std::move(img);
+  return out;
+}
+
+void CTiffFile::Write(const std::string& path, const COrbImage& image, int bits) {
+  if (bits != 8 && bits != 16 && bits != -32)
+    throw CQrnError(path, "TIFF output takes 8, 16 or -32 bits, not " + std::to_string(bits));
+  auto stored = qrnio::ToStored(path, image, bits, false);
+  InstallHandlers();
+  CTiffHandle h;
+  h.t = TIFFOpen(path.c_str(), "w");
+  if (!h.t) Fail(path, "cannot create TIFF file");
+  const int w = image.GetWidth(), height = image.GetHeight(), planes = image.GetPlanes();
+  const int bytes = bits < 0 ? 4 : bits / 8;
+  TIFFSetField(h.t, TIFFTAG_IMAGEWIDTH, uint32_t(w));
+  TIFFSetField(h.t, TIFFTAG_IMAGELENGTH, uint32_t(height));
+  TIFFSetField(h.t, TIFFTAG_BITSPERSAMPLE, uint16_t(bytes * 8));
+  TIFFSetField(h.t, TIFFTAG_SAMPLESPERPIXEL, uint16_t(planes));
+  TIFFSetField(h.t, TIFFTAG_SAMPLEFORMAT, uint16_t(bits < 0 ? SAMPLEFORMAT_IEEEFP : SAMPLEFORMAT_UINT));
+  TIFFSetField(h.t, TIFFTAG_PLANARCONFIG, uint16_t(PLANARCONFIG_CONTIG));
+  TIFFSetField(h.t, TIFFTAG_PHOTOMETRIC, uint16_t(planes == 3 ? PHOTOMETRIC_RGB : PHOTOMETRIC_MINISBLACK));
+  TIFFSetField(h.t, TIFFTAG_COMPRESSION, uint16_t(COMPRESSION_ADOBE_DEFLATE));
+  TIFFSetField(h.t, TIFFTAG_ROWSPERSTRIP, TIFFDefaultStripSize(h.t, 0));
+  const std::string text = qrnio::HeaderToText(image.GetHeader());
+  if (!text.empty())
+    TIFFSetField(h.t, TIFFTAG_IMAGEDESCRIPTION, (std::string(qrnio::kHeaderTextKey) + "\n" + text).c_str());
+  std::vector<unsigned char> line(std::size_t(w) * planes * bytes);
+  for (int y = 0; y < height; ++y) {
+    for (int p = 0; p < planes; ++p) {
+      const auto* src = static_cast<const unsigned char*>(stored->GetImageAdr(0, y, p));
+      for (int x = 0; x < w; ++x)
+        std::memcpy(line.data() + (std::size_t(x) * planes + p) * bytes, src + std::size_t(x) * bytes, bytes);
+    }
+    if (TIFFWriteScanline(h.t, line.data(), uint32_t(y), 0) < 0) Fail(path, "cannot write TIFF data");
+  }
+  TIFF* t = h.t;
+  h.t = nullptr;
+  if (!TIFFFlush(t)) {
+    TIFFClose(t);
+    Fail(path, "cannot finish TIFF file");
+  }
+  TIFFClose(t);
+}
