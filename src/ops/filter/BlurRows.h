@@ -30,11 +30,17 @@ inline bool SameGeometry(const COrbImage& image, const COrbImage* work) {
          work->GetHeight() == image.GetHeight() && work->GetPlanes() >= image.GetPlanes();
 }
 
+/// Largest blur size of the filters: a Gaussian of sigma 100 already spans 563 pixels, and
+/// the kernel matrix grows with the square of its side.
+constexpr double kMaxBlurSize = 100.0;
+
+/// Size clamped to 0 .. kMaxBlurSize; NaN and negative sizes blur nothing.
+inline double ClampBlurSize(double size) { return size > 0.0 ? (size < kMaxBlurSize ? size : kMaxBlurSize) : 0.0; }
+
 /// Blur kernel of the filters: type 1 is a flat disc of radius round(radius) (at least
 /// minDisc), any other type a Gaussian of sigma radius.
 inline void BuildBlurKernel(CFilterMatrix& m, int kernelType, double radius, int minDisc = 0) {
-  if (!(radius > 0.0)) radius = 0.0;  // NaN and negative sizes blur nothing
-  if (radius > 1000.0) radius = 1000.0;
+  radius = ClampBlurSize(radius);
   if (kernelType == 1) {
     const int r = static_cast<int>(std::lround(radius));
     m.Disc(r < minDisc ? minDisc : r);

@@ -253,7 +253,7 @@ void CImgFilterSpecial::DigitalDvlpGetLevel(double* gamma, int mode, COrbImage* 
 // ---- Star and nebula filters ---------------------------------------------------------
 
 int CImgFilterSpecial::GetStarSharpFilterNum(double radius) {
-  const int r = radius > 0.0 ? static_cast<int>(std::ceil(std::min(radius, 1000.0))) : 0;
+  const int r = static_cast<int>(std::ceil(ClampBlurSize(radius)));
   CFilterMatrix disc;
   disc.Disc(r);
   int count = 0;
@@ -287,7 +287,7 @@ void CImgFilterSpecial::StarSharpFilter(double* radius, double* amount, double* 
   // Offsets of the clamping disc per plane, as (dx, dy) pairs.
   std::vector<std::vector<int>> disc(static_cast<size_t>(planes));
   for (int p = 0; p < planes; ++p) {
-    const int r = radius[p] > 0.0 ? static_cast<int>(std::ceil(std::min(radius[p], 1000.0))) : 0;
+    const int r = static_cast<int>(std::ceil(ClampBlurSize(radius[p])));
     for (int dy = -r; dy <= r; ++dy)
       for (int dx = -r; dx <= r; ++dx)
         if (dx * dx + dy * dy <= r * r) disc[static_cast<size_t>(p)].insert(disc[static_cast<size_t>(p)].end(), {dx, dy});
@@ -336,7 +336,7 @@ void CImgFilterSpecial::StaryMask(double radius, double threshold, double grow, 
   const Area a = ClipArea(*this, rect);
   if (!SameGeometry(*this, work) || a.IsEmpty()) return;
   const int planes = GetPlanes();
-  const int g = grow > 0.0 ? static_cast<int>(std::lround(std::min(grow, 1000.0))) : 0;
+  const int g = static_cast<int>(std::lround(ClampBlurSize(grow)));
   // Stars are detected in the area grown by g, so that a star just outside still reaches in.
   const Area d{std::max(0, a.left - g), std::max(0, a.top - g), std::min(GetWidth(), a.right + g),
                std::min(GetHeight(), a.bottom + g)};

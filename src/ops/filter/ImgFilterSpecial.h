@@ -70,7 +70,8 @@ class CImgFilterSpecial : public COrbImage {
   // image, which must have this image's geometry and planes (otherwise nothing is written).
   // The excess e = C - B of a work pixel C over its blur is what marks a star: a point
   // source stands out of its neighbourhood, smooth nebulosity does not. Thresholds are in raw
-  // units. rect (null: whole image) is clipped; an empty or inverted one writes nothing.
+  // units. Radii and the mask's growth are clamped to 0 .. 100 (NaN counts as 0). rect
+  // (null: whole image) is clipped; an empty or inverted one writes nothing.
   // These filters use this image's blur evaluators and release them (ClearFilterProc) on
   // both ends, so do not call them between DigitalDvlp1 and DigitalDvlp2.
 
