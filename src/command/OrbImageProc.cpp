@@ -7,6 +7,7 @@
 #include <cwchar>
 #include <memory>
 
+#include "ops/filter/ImgFilterSharp.h"
 #include "ops/level/ImgBright.h"
 #include "ops/level/ImgToneCurve.h"
 
@@ -158,9 +159,7 @@ int COrbImageProc::Level(CString args) {
     m_work->SetLevel(0, min, max);
     return 1;
   }
-  // MIN and MAX are read for a colour image as well, to no effect.
-  atof(args, L"MIN", image->GetLevelMin(0));
-  atof(args, L"MAX", image->GetLevelMax(0));
+  // MIN and MAX have no effect on a colour image.
   double min[3], max[3];
   min[0] = atof(args, L"MIN_R", image->GetLevelMin(0));
   max[0] = atof(args, L"MAX_R", image->GetLevelMax(0));
@@ -205,9 +204,31 @@ int COrbImageProc::Sharp(CString args, int progress) {
     a.brighterOn[p] = brighterOnAll || find(args, L"BRIGHTER" + s);
     a.brighter[p] = atof(args, L"BRIGHTER" + s, brighter);
   }
-  (void)progress;
-  (void)method;
-  (void)a;
+  using Scalar = void (CImgFilterSharp::*)(double, double, int, double, double, int, double, double, int, double,
+                                           COrbImage*, CRect*, int);
+  using Planes = void (CImgFilterSharp::*)(double*, double*, int*, double*, double*, int*, double*, double*, int*,
+                                           double*, COrbImage*, CRect*, int);
+  Scalar scalar = nullptr;
+  Planes perPlane = nullptr;
+  if (Same(method, L"STANDARD")) {
+    scalar = &CImgFilterSharp::SharpFilter;
+    perPlane = &CImgFilterSharp::SharpFilter;
+  } else if (Same(method, L"EDGEONLY")) {
+    scalar = &CImgFilterSharp::SharpEdgeFilter;
+    perPlane = &CImgFilterSharp::SharpEdgeFilter;
+  } else if (Same(method, L"UNSHARPMASK")) {
+    scalar = &CImgFilterSharp::UnSharpMask;
+    perPlane = &CImgFilterSharp::UnSharpMask;
+  } else {
+    return 1;  // an unknown method is not an error
+  }
+  auto* target = static_cast<CImgFilterSharp*>(image);
+  if (planes == 1)
+    (target->*scalar)(a.radius[0], a.weight[0], a.minOn[0], a.min[0], a.minBuf[0], a.maxOn[0], a.max[0],
+                      a.maxBuf[0], a.brighterOn[0], a.brighter[0], m_work, nullptr, progress);
+  else
+    (target->*perPlane)(a.radius, a.weight, a.minOn, a.min, a.minBuf, a.maxOn, a.max, a.maxBuf, a.brighterOn,
+                        a.brighter, m_work, nullptr, progress);
   return 1;
 }
 
