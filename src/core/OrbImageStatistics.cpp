@@ -270,6 +270,7 @@ int HistogramPass(COrbImage& img, int* const* bins, const int* source, int slots
   const int lines = bottom > top ? (bottom - top + stepY - 1) / stepY : 0;
   const int columns = right > left ? (right - left + stepX - 1) / stepX : 0;
   const double scale = count / (high - low);
+  const bool finite = std::isfinite(low) && std::isfinite(high) && std::isfinite(scale);
   double factor[3], offset[3];
   img.GetLuminanceScale(factor, offset);
 
@@ -284,9 +285,18 @@ int HistogramPass(COrbImage& img, int* const* bins, const int* source, int slots
       int* hist = own + std::size_t(s) * count;
       if (source[s] >= 0) {
         const float* line = img.GetImageAdr(0, y, source[s]);
-        for (int x = left; x < right; x += stepX) {
-          const double v = line[x];
-          if (v >= low && v <= high) ++hist[BinIndex((v - low) * scale, count)];
+        if (finite && stepX == 1) {
+          // With a finite range and scale every in-range position is finite and in
+          // [0, count], so plain truncation and one clamp give the same bin.
+          for (int x = left; x < right; ++x) {
+            const double v = line[x];
+            if (v >= low && v <= high) ++hist[std::min(static_cast<int>((v - low) * scale), count - 1)];
+          }
+        } else {
+          for (int x = left; x < right; x += stepX) {
+            const double v = line[x];
+            if (v >= low && v <= high) ++hist[BinIndex((v - low) * scale, count)];
+          }
         }
       } else {
         const float* r = img.GetImageAdr(0, y, 0);
