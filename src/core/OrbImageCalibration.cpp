@@ -4,6 +4,8 @@
 
 #include "core/LineLoop.h"
 #include "core/OrbImage.h"
+#include "kernels/Vec4.h"
+#include "platform/QrnSys.h"
 
 namespace {
 
@@ -38,39 +40,62 @@ struct Pass {
   FlatPlane planes[CImage::kMaxPlanes];
 };
 
-// One row of the pass. The steps are template arguments so that the common cases compile to
-// branch-free loops the compiler can vectorise.
+inline float Where(bool c, float a, float b) { return c ? a : b; }
+inline Vec4f Where(Vec4f::Mask c, Vec4f a, Vec4f b) { return Vec4f::Select(c, a, b); }
+
+// One sample (float) or four (Vec4f): v the light, d the dark, g the flat after its curve.
+// The quotient is formed in every lane and kept only where the divisor is positive.
+template <bool kDark, DarkRule kRule, bool kFlat, class T>
+inline T Calibrate(T v, T d, T g, T m, T add, T zero) {
+  if constexpr (kDark) {
+    v = v - d;
+    v = kRule == DarkRule::kLessEqualZero ? Where(v <= zero, zero, v) : Where(v > zero, v, zero);
+  }
+  if constexpr (kFlat) {
+    g = g + add;
+    v = Where(g > zero, m * v / g, v);
+  }
+  return v;
+}
+
+// Scalar row: the reference, and the only one for a gamma-curved flat.
 template <bool kDark, DarkRule kRule, bool kFlat, bool kGamma>
 void CalibrateRow(float* dst, const float* s, const float* d, const float* f, int n, const FlatPlane& fp,
                   double gamma) {
   for (int x = 0; x < n; ++x) {
-    float v = s[x];
-    if constexpr (kDark) {
-      v = v - d[x];
-      if (kRule == DarkRule::kLessEqualZero ? v <= 0.0f : !(v > 0.0f)) v = 0.0f;
-    }
-    if constexpr (kFlat) {
-      float g = f[x];
-      if constexpr (kGamma) g = COrbImage::FlatGamma(g, fp.hi, fp.bottom, gamma);
-      g = g + fp.add;
-      if (g > 0.0f) v = fp.m * v / g;
-    }
-    dst[x] = v;
+    float g = kFlat ? f[x] : 0.0f;
+    if constexpr (kGamma) g = COrbImage::FlatGamma(g, fp.hi, fp.bottom, gamma);
+    dst[x] = Calibrate<kDark, kRule, kFlat>(s[x], kDark ? d[x] : 0.0f, g, fp.m, fp.add, 0.0f);
   }
+}
+
+// Four-wide row; the tail goes through the same per-sample rule.
+template <bool kDark, DarkRule kRule, bool kFlat, bool kGamma>
+void CalibrateRow_x(float* dst, const float* s, const float* d, const float* f, int n, const FlatPlane& fp,
+                    double gamma) {
+  const Vec4f m(fp.m), add(fp.add), zero(0.0f);
+  int x = 0;
+  for (; x + 4 <= n; x += 4) {
+    const Vec4f dk = kDark ? Vec4f::Load(d + x) : zero, g = kFlat ? Vec4f::Load(f + x) : zero;
+    Calibrate<kDark, kRule, kFlat>(Vec4f::Load(s + x), dk, g, m, add, zero).Store(dst + x);
+  }
+  CalibrateRow<kDark, kRule, kFlat, kGamma>(dst + x, s + x, kDark ? d + x : d, kFlat ? f + x : f, n - x, fp, gamma);
 }
 
 using CalibrateRowFn = void (*)(float*, const float*, const float*, const float*, int, const FlatPlane&, double);
 
 template <bool kDark, DarkRule kRule>
-CalibrateRowFn PickFlatRow(const FlatPlane& fp) {
-  if (!fp.on) return CalibrateRow<kDark, kRule, false, false>;
-  return fp.gamma ? CalibrateRow<kDark, kRule, true, true> : CalibrateRow<kDark, kRule, true, false>;
+CalibrateRowFn PickFlatRow(const FlatPlane& fp, bool vector) {
+  if (!fp.on) return vector ? CalibrateRow_x<kDark, kRule, false, false> : CalibrateRow<kDark, kRule, false, false>;
+  if (fp.gamma) return CalibrateRow<kDark, kRule, true, true>;
+  return vector ? CalibrateRow_x<kDark, kRule, true, false> : CalibrateRow<kDark, kRule, true, false>;
 }
 
-CalibrateRowFn PickRow(const Pass& pass, const FlatPlane& fp) {
-  if (!pass.dark) return PickFlatRow<false, DarkRule::kLessEqualZero>(fp);
-  return pass.rule == DarkRule::kLessEqualZero ? PickFlatRow<true, DarkRule::kLessEqualZero>(fp)
-                                               : PickFlatRow<true, DarkRule::kNotAboveZero>(fp);
+// The row function for one plane; the vector choice is made once per call.
+CalibrateRowFn PickRow(const Pass& pass, const FlatPlane& fp, bool vector) {
+  if (!pass.dark) return PickFlatRow<false, DarkRule::kLessEqualZero>(fp, vector);
+  return pass.rule == DarkRule::kLessEqualZero ? PickFlatRow<true, DarkRule::kLessEqualZero>(fp, vector)
+                                               : PickFlatRow<true, DarkRule::kNotAboveZero>(fp, vector);
 }
 
 // Runs the pass over the rectangle of every plane of target: planes in sequence, rows of a
@@ -82,6 +107,9 @@ void RunPass(COrbImage& target, const Pass& pass, const CRect* rect, int titleId
   const int width = right - left;
   target.ShowProgressInit(progress, titleId, (bottom > top ? bottom - top : 0) * planes);
   if (width > 0) {
+    const bool vector = (CQrnSys::SIMD() & 2) != 0;
+    CalibrateRowFn rows[CImage::kMaxPlanes] = {};
+    for (int p = 0; p < planes; ++p) rows[p] = PickRow(pass, pass.planes[p], vector);
     CLineLoop loop(target);
     loop.RunPlanes(planes, top, bottom, [&](int p, int y) {
       LOCKHANDLE hs = nullptr, hd = nullptr, hk = nullptr, hf = nullptr;
@@ -92,7 +120,7 @@ void RunPass(COrbImage& target, const Pass& pass, const CRect* rect, int titleId
       const float* f = nullptr;
       if (pass.dark) d = pass.dark->GetImageAdr(left, y, FramePlane(*pass.dark, p), VM_READONLY | VM_LOCK, &hk);
       if (fp.on) f = pass.flat->GetImageAdr(left, y, FramePlane(*pass.flat, p), VM_READONLY | VM_LOCK, &hf);
-      PickRow(pass, fp)(dst, s, d, f, width, fp, pass.gamma);
+      rows[p](dst, s, d, f, width, fp, pass.gamma);
       if (hf) pass.flat->Unlock(hf);
       if (hk) pass.dark->Unlock(hk);
       target.Unlock(hd);

@@ -6,6 +6,7 @@
 #include <random>
 
 #include "core/OrbImage.h"
+#include "platform/QrnSys.h"
 #include "ops/calibration/CalibrationTestImages.h"
 
 using calibtest::At;
@@ -138,29 +139,33 @@ float CombinedReference(float v, const float* d, const float* f, float lo, float
   return v;
 }
 
-TEST(OrbImageCalibration, CombinedPassMatchesTheSampleRuleOnAwkwardShapes) {
-  for (int planes : {1, 3})
-    for (int w : {1, 3, 5, 17}) {
-      const int h = 4;
-      auto src = Image(w, h, planes, [](int x, int y, int p) { return 40.0 + 13 * x - 7 * y + 5 * p; });
-      auto dark = Image(w, h, 1, [](int x, int y, int) { return (x + 2 * y) % 5 * 9.0; });
-      auto flat = Image(w, h, planes, [](int x, int y, int p) { return 0.6 + 0.05 * ((x * 3 + y + p) % 9); });
-      float lo[3], hi[3], mean[3];
-      for (int p = 0; p < planes; ++p) {
-        lo[p] = 0.6f, hi[p] = 1.0f, mean[p] = 0.8f + 0.01f * p;
-      }
-      auto target = Image(w, h, planes, [](int, int, int) { return -1.0; });
-      target->DarkFlat(src.get(), dark.get(), flat.get(), lo, hi, mean, 0.05f, 1.7, nullptr, 0);
-      for (int p = 0; p < planes; ++p)
-        for (int y = 0; y < h; ++y)
-          for (int x = 0; x < w; ++x) {
-            const float d = At(*dark, x, y), f = At(*flat, x, y, p);
-            const float want = CombinedReference(At(*src, x, y, p), &d, &f, lo[p], hi[p], mean[p], 0.05f, 1.7);
-            // Relative 1e-6: the reference may round a product differently in the last bit.
-            EXPECT_NEAR(At(*target, x, y, p), want, 1e-6 * std::fabs(want)) << w << "x" << h << " p" << p;
-          }
-      EXPECT_EQ(target->GetLockCount() + src->GetLockCount() + dark->GetLockCount() + flat->GetLockCount(), 0);
-    }
+TEST(OrbImageCalibration, CombinedPassMatchesTheSampleRuleOnAwkwardShapesAndBothPaths) {
+  for (int mask : {0, -1})
+    for (double gamma : {0.0, 1.7})
+      for (int planes : {1, 3})
+        for (int w : {1, 3, 5, 17}) {
+          const int h = 4;
+          auto src = Image(w, h, planes, [](int x, int y, int p) { return 40.0 + 13 * x - 7 * y + 5 * p; });
+          auto dark = Image(w, h, 1, [](int x, int y, int) { return (x + 2 * y) % 5 * 9.0; });
+          // Flat samples from −0.2 (no division) to 1.0.
+          auto flat = Image(w, h, planes, [](int x, int y, int p) { return -0.2 + 0.15 * ((x * 3 + y + p) % 9); });
+          float lo[3], hi[3], mean[3];
+          for (int p = 0; p < planes; ++p) lo[p] = -0.2f, hi[p] = 1.0f, mean[p] = 0.8f + 0.01f * p;
+          auto target = Image(w, h, planes, [](int, int, int) { return -1.0; });
+          CQrnSys::SetSIMD(mask);
+          target->DarkFlat(src.get(), dark.get(), flat.get(), lo, hi, mean, 0.05f, gamma, nullptr, 0);
+          CQrnSys::SetSIMD(-1);
+          for (int p = 0; p < planes; ++p)
+            for (int y = 0; y < h; ++y)
+              for (int x = 0; x < w; ++x) {
+                const float d = At(*dark, x, y), f = At(*flat, x, y, p);
+                const float want = CombinedReference(At(*src, x, y, p), &d, &f, lo[p], hi[p], mean[p], 0.05f, gamma);
+                // Relative 1e-6: the reference may round a product differently in the last bit.
+                EXPECT_NEAR(At(*target, x, y, p), want, 1e-6 * std::fabs(want))
+                    << w << "x" << h << " p" << p << " gamma " << gamma << " mask " << mask;
+              }
+          EXPECT_EQ(target->GetLockCount() + src->GetLockCount() + dark->GetLockCount() + flat->GetLockCount(), 0);
+        }
 }
 
 TEST(OrbImageCalibration, CombinedPassWritesOnlyTheRectangleAndSkipsMissingFrames) {
