@@ -1,9 +1,7 @@
 // Script splitting, key reading and the command members of the processor.
 #include "command/OrbImageProc.h"
 
-#include <cerrno>
 #include <climits>
-#include <cmath>
 #include <cwchar>
 #include <memory>
 
