@@ -23,16 +23,10 @@ const CSubcommand kCommands[] = {
     {"level", RunLevel, "level IN [--method M --low L --high H] [-o OUT.png]   automatic display levels"},
     {"render", RunRender, "render IN -o OUT.png|.bmp [--bits 8|24]   levels, then the display bitmap"},
     {"calibrate", RunCalibrate, "calibrate --dark D --flat F [--bias B] [--pedestal P] [--flat-gamma G] LIGHT... -o DIR"},
-#ifdef QRN_HAVE_FILTER
     {"filter", RunFilter, "filter median|minmax|unsharp|laplacian IN -o OUT [options]"},
-#endif
-#ifdef QRN_HAVE_DEVELOP
     {"develop", RunDevelop, "develop IN -o OUT [--sigma S --gamma G --kernel gauss|disc ...]   digital development"},
-#endif
     {"tone", RunTone, "tone OPERATION IN -o OUT [options]   tone operations (qrn tone --help)"},
-#ifdef QRN_HAVE_SCRIPT
     {"script", RunScript, "script FILE.qrs IN -o OUT | script -e 'COMMANDS' IN -o OUT"},
-#endif
 #ifdef QRN_HAVE_DEMO
     {"demo", RunDemo, "demo [-o DIR]                     synthetic observing session, calibrated and developed"},
 #endif

@@ -29,7 +29,7 @@ struct CLevelDefaults {
 // Histogram: a little below the sky and well up into the stars; mean and median: sigmas;
 // normal: the 0.1 and 99.9 percentiles.
 constexpr CLevelDefaults kMethods[] = {
-    {"histogram", 0.5, 30.0}, {"mean", 1.0, 10.0}, {"median", 1.0, 10.0}, {"normal", 0.001, 0.999}};
+    {"histogram", 0.5, 10.0}, {"mean", 1.0, 10.0}, {"median", 1.0, 10.0}, {"normal", 0.001, 0.999}};
 }  // namespace
 
 void ApplyLevels(COrbImage& image, const std::string& method, double low, double high) {

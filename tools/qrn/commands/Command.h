@@ -64,4 +64,18 @@ void SaveResult(const std::string& target, COrbImage& image, const CArgs& args, 
 /// The output option -o / --output; a usage error when it is missing.
 std::string RequireOutput(const CArgs& args);
 
+/// Parameters of digital development (qrn develop and the demo).
+struct CDevelopParams {
+  double sigma = 4.0;          // blur size in pixels
+  int kernel = 0;              // 0 Gaussian, 1 disc
+  double discWeight = 1.0;     // off-centre weight of the disc
+  double gamma = 1.0;          // 1: no gamma
+  int minMaxMode = 1;          // level source of the gamma curve
+  double background = __builtin_nan("");  // NaN: the median of plane 0
+  bool gammaAfter = false;
+};
+/// Digital development of image in place, with a bordered work copy; the levels of image
+/// set the display scale it works on.
+void Develop(COrbImage& image, const CDevelopParams& params, const CContext& ctx);
+
 }  // namespace qrncmd
