@@ -33,12 +33,14 @@ void CImgFlat::RemoveGradient(COrbImage* src, const double* level, const double*
       LOCKHANDLE hs = nullptr, hd = nullptr;
       const float* s = src->GetImageAdr(left, y, p, VM_READONLY | VM_LOCK, &hs);
       float* d = GetImageAdr(left, y, p, VM_LOCK, &hd);
-      for (int x = left; x < right; ++x) {
-        const double v = s[x - left];
-        double r = 0.0;
-        if (mode == 0) r = v - g(x, y);
-        else if (mode == 1) r = (sky + base) / (g(x, y) + sky + base) * (v + base) - base;
-        d[x - left] = static_cast<float>(r);
+      const int n = right - left;
+      if (mode == 0) {
+        for (int i = 0; i < n; ++i) d[i] = static_cast<float>(s[i] - g(left + i, y));
+      } else if (mode == 1) {
+        for (int i = 0; i < n; ++i)
+          d[i] = static_cast<float>((sky + base) / (g(left + i, y) + sky + base) * (double(s[i]) + base) - base);
+      } else {
+        for (int i = 0; i < n; ++i) d[i] = 0.0f;
       }
       Unlock(hd);
       src->Unlock(hs);

@@ -74,8 +74,8 @@ TEST(ImgFlat, ProportionalModeScalesAboutTheBase) {
 }
 
 TEST(ImgFlat, PlaneFitGradientIsRemovedKeepingTheCentre) {
-  for (int w : {1, 3, 17}) {
-    const int h = 5;
+  {
+    const int w = 17, h = 5;
     const double cx = (w - 1) / 2.0, cy = (h - 1) / 2.0;
     double gx[3] = {0.5, -1.0, 2.0}, gy[3] = {1.5, 0.25, -3.0};
     auto sky = [&](int x, int y, int p) { return 300.0 + 10 * p + gx[p] * (x - cx) + gy[p] * (y - cy); };

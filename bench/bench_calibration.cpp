@@ -1,0 +1,155 @@
+// Calibration and arithmetic on 4096 x 4096 frames, grey and colour, beside the copy baseline
+// and the OpenCV calls that do the same per-sample work.
+#include <opencv2/core.hpp>
+#include <vector>
+
+#include "BenchCommon.h"
+#include "ops/calibration/ImgCalculation.h"
+#include "ops/calibration/ImgDark.h"
+#include "ops/calibration/ImgFlat.h"
+
+namespace {
+
+// A light frame, a dark and a flat normalised near 1, so that repeated in-place runs stay finite.
+struct Frames {
+  std::unique_ptr<COrbImage> light, dark, flat, target;
+  float lo[3], hi[3], mean[3];
+  explicit Frames(int planes) : light(bench::MakeStarField(planes)) {
+    const int side = light->GetWidth();
+    dark = std::make_unique<COrbImage>(-32, side, side, planes);
+    flat = std::make_unique<COrbImage>(-32, side, side, planes);
+    target = std::make_unique<COrbImage>(-32, side, side, planes);
+    for (int p = 0; p < planes; ++p)
+      for (int y = 0; y < side; ++y) {
+        float* d = dark->GetImageAdr(0, y, p, 0);
+        float* f = flat->GetImageAdr(0, y, p, 0);
+        for (int x = 0; x < side; ++x) {
+          d[x] = 100.0f + float((x * 7 + y * 13) % 29);
+          f[x] = 0.9f + 0.2f * float((x + 3 * y) % 101) / 100.0f;
+        }
+      }
+    for (int p = 0; p < planes; ++p) lo[p] = 0.9f, hi[p] = 1.1f, mean[p] = 1.0f;
+  }
+  std::vector<cv::Mat> Mats(const COrbImage& image) const {
+    std::vector<cv::Mat> mats;
+    for (int p = 0; p < image.GetPlanes(); ++p) mats.push_back(bench::ToMat(image, p));
+    return mats;
+  }
+};
+
+template <class Op>
+void Register(const std::string& name, int planes, Op op) {
+  benchmark::RegisterBenchmark(name.c_str(), [planes, op](benchmark::State& state) {
+    Frames frames(planes);
+    for (auto _ : state) {
+      op(frames);
+      benchmark::ClobberMemory();
+    }
+    state.SetBytesProcessed(int64_t(state.iterations()) * frames.light->GetPixelCount() * 4);
+  })->Unit(benchmark::kMillisecond)->UseRealTime();
+}
+
+// OpenCV ops receive the planes of light, dark, flat and a target, as matrices.
+struct Mats {
+  std::vector<cv::Mat> light, dark, flat, target;
+};
+
+template <class Op>
+void RegisterCv(const std::string& name, int planes, Op op) {
+  benchmark::RegisterBenchmark(name.c_str(), [planes, op](benchmark::State& state) {
+    Frames frames(planes);
+    Mats m{frames.Mats(*frames.light), frames.Mats(*frames.dark), frames.Mats(*frames.flat),
+           frames.Mats(*frames.target)};
+    for (auto _ : state) {
+      op(m);
+      benchmark::ClobberMemory();
+    }
+    state.SetBytesProcessed(int64_t(state.iterations()) * frames.light->GetPixelCount() * 4);
+  })->Unit(benchmark::kMillisecond)->UseRealTime();
+}
+
+void Dark(Frames& f) { f.light->DarkClbrtn(f.dark.get(), 0); }
+void CvDark(Mats& m) {
+  for (std::size_t p = 0; p < m.light.size(); ++p) {
+    cv::subtract(m.light[p], m.dark[p], m.light[p]);
+    cv::max(m.light[p], 0.0, m.light[p]);
+  }
+}
+
+void Flat(Frames& f) { f.light->FlatClbrtn(f.flat.get(), 0); }
+void FlatPedestal(Frames& f) { f.light->FlatClbrtn(f.flat.get(), 0.05f, 0.0, 0); }
+void FlatGamma(Frames& f) { f.light->FlatClbrtn(f.flat.get(), 0.05f, 1.5, 0); }
+void CvFlat(Mats& m) {
+  for (std::size_t p = 0; p < m.light.size(); ++p) cv::divide(m.light[p], m.flat[p], m.light[p], 1.0);
+}
+
+void DarkFlat(Frames& f) {
+  f.target->DarkFlat(f.light.get(), f.dark.get(), f.flat.get(), f.lo, f.hi, f.mean, 0.0f, 0.0, nullptr, 0);
+}
+void CvDarkFlat(Mats& m) {
+  for (std::size_t p = 0; p < m.light.size(); ++p) {
+    cv::subtract(m.light[p], m.dark[p], m.target[p]);
+    cv::max(m.target[p], 0.0, m.target[p]);
+    cv::divide(m.target[p], m.flat[p], m.target[p], 1.0);
+  }
+}
+
+void Subtract(Frames& f) { static_cast<CImgCalculation&>(*f.target).Do(120.0, 1, 1, f.light.get(), nullptr, 0); }
+void CvSubtract(Mats& m) {
+  for (std::size_t p = 0; p < m.light.size(); ++p) {
+    cv::subtract(m.light[p], 120.0, m.target[p]);
+    cv::max(m.target[p], 0.0, m.target[p]);
+  }
+}
+
+void Divide(Frames& f) { static_cast<CImgCalculation&>(*f.target).Do(1.7, 3, 0, f.light.get(), nullptr, 0); }
+void CvScale(Mats& m) {
+  for (std::size_t p = 0; p < m.light.size(); ++p) m.light[p].convertTo(m.target[p], CV_32F, 1.0 / 1.7);
+}
+
+// Dark synthesis runs on the calling thread alone; its OpenCV peer is a weighted sum.
+void DarkScore(Frames& f) {
+  static_cast<CImgDark&>(*f.target).DoInterpolateByScore(f.dark.get(), -5.0, -10.0, 0.0, 0);
+}
+void CvWeighted(Mats& m) {
+  for (std::size_t p = 0; p < m.light.size(); ++p) cv::addWeighted(m.target[p], 0.5, m.dark[p], 0.5, 0.0, m.target[p]);
+}
+
+void Gradient(Frames& f) {
+  CPoint p1[3] = {{0, 0}, {0, 0}, {0, 0}}, p2[3] = {{100, 40}, {100, 40}, {100, 40}};
+  double slope[3] = {0.01, 0.01, 0.01};
+  static_cast<CImgFlat&>(*f.target).DoFlat(f.light.get(), p1, p2, slope, nullptr, nullptr, 0, nullptr, 0);
+}
+void Parabolic(Frames& f) {
+  CPoint c[3] = {{2048, 2048}, {2048, 2048}, {2048, 2048}};
+  double k[3] = {-1e-5, -1e-5, -1e-5}, level[3] = {1000, 1000, 1000}, floor[3] = {0, 0, 0};
+  f.light->CalcMinMax();
+  static_cast<CImgFlat&>(*f.target).DoParabolic(f.light.get(), c, k, level, floor, 1, nullptr, 0);
+}
+
+const int kRegistered = [] {
+  bench::RegisterCopyBaseline("BM_Copy/grey", 1);
+  bench::RegisterCopyBaseline("BM_Copy/colour", 3);
+  for (int planes : {1, 3}) {
+    const std::string s = planes == 3 ? "/colour" : "/grey";
+    Register("BM_DarkClbrtn" + s, planes, Dark);
+    RegisterCv("BM_CvSubtractMaxDark" + s, planes, CvDark);
+    Register("BM_FlatClbrtn" + s, planes, Flat);
+    Register("BM_FlatClbrtnPedestal" + s, planes, FlatPedestal);
+    Register("BM_FlatClbrtnGamma" + s, planes, FlatGamma);
+    RegisterCv("BM_CvDivideFlat" + s, planes, CvFlat);
+    Register("BM_DarkFlat" + s, planes, DarkFlat);
+    RegisterCv("BM_CvSubtractMaxDivide" + s, planes, CvDarkFlat);
+    Register("BM_CalculationSubtractClip" + s, planes, Subtract);
+    RegisterCv("BM_CvSubtractMax" + s, planes, CvSubtract);
+    Register("BM_CalculationDivide" + s, planes, Divide);
+    RegisterCv("BM_CvConvertToScale" + s, planes, CvScale);
+    Register("BM_DarkInterpolateByScore" + s, planes, DarkScore);
+    RegisterCv("BM_CvAddWeighted" + s, planes, CvWeighted);
+    Register("BM_FlatGradient" + s, planes, Gradient);
+    Register("BM_FlatParabolic" + s, planes, Parabolic);
+  }
+  return 0;
+}();
+
+}  // namespace
