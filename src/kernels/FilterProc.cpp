@@ -77,6 +77,19 @@ void CFilterProc::LoadLine(int slot, int line, int row) {
   const int lo = std::min(r, w), hi = std::max(lo, w - r);
   for (int c = 0; c < lo; ++c) edge(c);
   int c = lo;
+  // Four independent sums per step hide the latency of each column's chain of additions.
+  for (; c + 16 <= hi; c += 16) {
+    Vec4f s0(0.0f), s1(0.0f), s2(0.0f), s3(0.0f);
+    for (int k = 0; k < m_taps; ++k) {
+      const Vec4f tk(t[k]);
+      const float* p = src + c - r + k;
+      s0 = s0 + tk * Vec4f::Load(p);
+      s1 = s1 + tk * Vec4f::Load(p + 4);
+      s2 = s2 + tk * Vec4f::Load(p + 8);
+      s3 = s3 + tk * Vec4f::Load(p + 12);
+    }
+    s0.Store(dst + c), s1.Store(dst + c + 4), s2.Store(dst + c + 8), s3.Store(dst + c + 12);
+  }
   for (; c + 4 <= hi; c += 4) {
     Vec4f s(0.0f);
     for (int k = 0; k < m_taps; ++k) s = s + Vec4f(t[k]) * Vec4f::Load(src + c - r + k);
@@ -141,6 +154,18 @@ void CFilterProc::CalcLine(int x, int y, int count, float* out) {
   for (int j = 0; j < m_taps; ++j) line[j] = ring + static_cast<size_t>((start + j) % m_taps) * m_width + x;
   const float* t = m_coef.data();
   int i = 0;
+  for (; i + 16 <= count; i += 16) {
+    Vec4f s0(0.0f), s1(0.0f), s2(0.0f), s3(0.0f);
+    for (int j = 0; j < m_taps; ++j) {
+      const Vec4f tj(t[j]);
+      const float* p = line[j] + i;
+      s0 = s0 + tj * Vec4f::Load(p);
+      s1 = s1 + tj * Vec4f::Load(p + 4);
+      s2 = s2 + tj * Vec4f::Load(p + 8);
+      s3 = s3 + tj * Vec4f::Load(p + 12);
+    }
+    s0.Store(out + i), s1.Store(out + i + 4), s2.Store(out + i + 8), s3.Store(out + i + 12);
+  }
   for (; i + 4 <= count; i += 4) {
     Vec4f s(0.0f);
     for (int j = 0; j < m_taps; ++j) s = s + Vec4f(t[j]) * Vec4f::Load(line[j] + i);

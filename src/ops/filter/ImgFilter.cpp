@@ -85,9 +85,9 @@ void GatherVec(float* const* l, int i, Vec4f* v) {
 
 // ---- Selection networks ------------------------------------------------------------------
 // A min/max network returns exactly the same k-th smallest value as a sort, so the vector
-// path changes no result. Batcher's odd-even merge sort on the next power of two, with the
-// comparators that touch the padding wires dropped (they would hold +inf and never move),
-// is pruned backwards to the operations that the one wanted output depends on.
+// path changes no result. The sorting network (a known small one, or Batcher's odd-even merge
+// sort on the next power of two with the comparators that touch the padding wires dropped:
+// they would hold +inf and never move) is pruned backwards to the operations that the one wanted output depends on.
 
 struct NetOp {
   int a, b, kind;  // kind 0: a = min, b = max; 1: a = min only; 2: b = max only
@@ -97,8 +97,19 @@ struct Network {
   int count = 0;
 };
 
+// Smallest known sorting networks for 5 and 9 inputs (9 and 25 comparators).
+constexpr int kSort5[][2] = {{0, 1}, {3, 4}, {2, 4}, {2, 3}, {0, 3}, {0, 2}, {1, 4}, {1, 3}, {1, 2}};
+constexpr int kSort9[][2] = {{0, 3}, {1, 7}, {2, 5}, {4, 8}, {0, 7}, {2, 4}, {3, 8}, {5, 6}, {0, 2},
+                             {1, 3}, {4, 5}, {7, 8}, {1, 4}, {3, 6}, {5, 7}, {0, 1}, {2, 4}, {3, 5},
+                             {6, 8}, {2, 3}, {4, 5}, {6, 7}, {1, 2}, {3, 4}, {5, 6}};
+
 constexpr Network SortNetwork(int n) {
   Network net{};
+  if (n == 5)
+    for (auto& c : kSort5) net.ops[net.count++] = {c[0], c[1], 0};
+  if (n == 9)
+    for (auto& c : kSort9) net.ops[net.count++] = {c[0], c[1], 0};
+  if (net.count) return net;
   int size = 1;
   while (size < n) size <<= 1;
   for (int p = 1; p < size; p <<= 1)
