@@ -27,9 +27,8 @@ const CSubcommand kCommands[] = {
     {"develop", RunDevelop, "develop IN -o OUT [--sigma S --gamma G --kernel gauss|disc ...]   digital development"},
     {"tone", RunTone, "tone OPERATION IN -o OUT [options]   tone operations (qrn tone --help)"},
     {"script", RunScript, "script FILE.qrs IN -o OUT | script -e 'COMMANDS' IN -o OUT"},
-#ifdef QRN_HAVE_DEMO
+
     {"demo", RunDemo, "demo [-o DIR]                     synthetic observing session, calibrated and developed"},
-#endif
 };
 
 void PrintUsage(FILE* out) {
