@@ -1,0 +1,279 @@
+// Round trips through every format and bit depth: values and header keywords survive.
+#include <png.h>
+#include <tiffio.h>
+
+#include <cmath>
+#include <random>
+
+#include "CliSupport.h"
+#include "core/BmpDecode.h"
+
+using namespace clitest;
+
+namespace {
+
+const std::vector<Keyword> kKeys = {
+    {"EXPTIME", "120.5"}, {"CCD-TEMP", "-10.25"}, {"INSTRUME", "TestCam 9000"}, {"DATE-OBS", "2024-01-02T03:04:05"}};
+
+void ExpectKeys(const FitsData& d) {
+  EXPECT_EQ(std::stod(d.keys.at("EXPTIME")), 120.5);
+  EXPECT_EQ(std::stod(d.keys.at("CCD-TEMP")), -10.25);
+  EXPECT_EQ(d.keys.at("INSTRUME"), "TestCam 9000");
+  EXPECT_EQ(d.keys.at("DATE-OBS"), "2024-01-02T03:04:05");
+}
+
+// Reads a TIFF with libtiff: samples as doubles, x fastest, plane last.
+std::vector<double> ReadTiff(const std::string& path, int* bits, int* spp) {
+  TIFF* t = TIFFOpen(path.c_str(), "r");
+  std::vector<double> v;
+  if (!t) return v;
+  uint32_t w = 0, h = 0;
+  uint16_t bps = 0, samples = 1, format = 1;
+  TIFFGetField(t, TIFFTAG_IMAGEWIDTH, &w);
+  TIFFGetField(t, TIFFTAG_IMAGELENGTH, &h);
+  TIFFGetFieldDefaulted(t, TIFFTAG_BITSPERSAMPLE, &bps);
+  TIFFGetFieldDefaulted(t, TIFFTAG_SAMPLESPERPIXEL, &samples);
+  TIFFGetFieldDefaulted(t, TIFFTAG_SAMPLEFORMAT, &format);
+  *bits = format == SAMPLEFORMAT_IEEEFP ? -int(bps) : bps;
+  *spp = samples;
+  std::vector<unsigned char> line(TIFFScanlineSize(t));
+  v.resize(std::size_t(w) * h * samples);
+  for (uint32_t y = 0; y < h; ++y) {
+    TIFFReadScanline(t, line.data(), y, 0);
+    for (uint32_t x = 0; x < w; ++x)
+      for (int s = 0; s < samples; ++s) {
+        const std::size_t i = std::size_t(x) * samples + s;
+        const double value = bps == 8 ? line[i] : bps == 16 ? reinterpret_cast<uint16_t*>(line.data())[i]
+                                                            : reinterpret_cast<float*>(line.data())[i];
+        v[(std::size_t(s) * h + y) * w + x] = value;
+      }
+  }
+  TIFFClose(t);
+  return v;
+}
+
+void WriteTiff(const std::string& path, int w, int h, int spp, int bps, int format, const std::vector<double>& v) {
+  TIFF* t = TIFFOpen(path.c_str(), "w");
+  TIFFSetField(t, TIFFTAG_IMAGEWIDTH, uint32_t(w));
+  TIFFSetField(t, TIFFTAG_IMAGELENGTH, uint32_t(h));
+  TIFFSetField(t, TIFFTAG_BITSPERSAMPLE, uint16_t(bps));
+  TIFFSetField(t, TIFFTAG_SAMPLESPERPIXEL, uint16_t(spp));
+  TIFFSetField(t, TIFFTAG_SAMPLEFORMAT, uint16_t(format));
+  TIFFSetField(t, TIFFTAG_PLANARCONFIG, uint16_t(PLANARCONFIG_CONTIG));
+  TIFFSetField(t, TIFFTAG_PHOTOMETRIC, uint16_t(spp >= 3 ? PHOTOMETRIC_RGB : PHOTOMETRIC_MINISBLACK));
+  std::vector<unsigned char> line(std::size_t(w) * spp * bps / 8);
+  for (int y = 0; y < h; ++y) {
+    for (int x = 0; x < w; ++x)
+      for (int s = 0; s < spp; ++s) {
+        const std::size_t i = std::size_t(x) * spp + s;
+        const double value = v[(std::size_t(s % 3) * h + y) * w + x];
+        if (bps == 8) line[i] = static_cast<unsigned char>(value);
+        else if (bps == 16 && format == SAMPLEFORMAT_INT) reinterpret_cast<int16_t*>(line.data())[i] = int16_t(value);
+        else if (bps == 16) reinterpret_cast<uint16_t*>(line.data())[i] = uint16_t(value);
+        else reinterpret_cast<float*>(line.data())[i] = float(value);
+      }
+    TIFFWriteScanline(t, line.data(), uint32_t(y), 0);
+  }
+  TIFFClose(t);
+}
+
+std::vector<double> ReadPng(const std::string& path, int* depth, int* channels) {
+  std::vector<double> v;
+  FILE* f = std::fopen(path.c_str(), "rb");
+  if (!f) return v;
+  png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+  png_infop info = png_create_info_struct(png);
+  png_init_io(png, f);
+  png_read_png(png, info, PNG_TRANSFORM_IDENTITY, nullptr);
+  const int w = png_get_image_width(png, info), h = png_get_image_height(png, info);
+  *depth = png_get_bit_depth(png, info);
+  *channels = png_get_channels(png, info);
+  png_bytepp rows = png_get_rows(png, info);
+  v.resize(std::size_t(w) * h * *channels);
+  for (int y = 0; y < h; ++y)
+    for (int x = 0; x < w; ++x)
+      for (int c = 0; c < *channels; ++c)
+        v[(std::size_t(c) * h + y) * w + x] = rows[y][x * *channels + c];
+  png_destroy_read_struct(&png, &info, nullptr);
+  std::fclose(f);
+  return v;
+}
+
+void WritePng16(const std::string& path, int w, int h, const std::vector<double>& v) {
+  FILE* f = std::fopen(path.c_str(), "wb");
+  png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+  png_infop info = png_create_info_struct(png);
+  png_init_io(png, f);
+  png_set_IHDR(png, info, w, h, 16, PNG_COLOR_TYPE_GRAY, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
+               PNG_FILTER_TYPE_DEFAULT);
+  png_write_info(png, info);
+  std::vector<unsigned char> row(std::size_t(w) * 2);
+  for (int y = 0; y < h; ++y) {
+    for (int x = 0; x < w; ++x) {
+      const unsigned s = unsigned(v[std::size_t(y) * w + x]);
+      row[2 * x] = static_cast<unsigned char>(s >> 8);  // PNG samples are big-endian
+      row[2 * x + 1] = static_cast<unsigned char>(s);
+    }
+    png_write_row(png, row.data());
+  }
+  png_write_end(png, info);
+  png_destroy_write_struct(&png, &info);
+  std::fclose(f);
+}
+
+}  // namespace
+
+class FormatTest : public CliTest {};
+
+TEST_F(FormatTest, FitsEveryBitpixKeepsValuesFormatAndKeywords) {
+  struct Case {
+    int imgType, bitpix;
+    double scale, offset;
+  };
+  const Case cases[] = {{BYTE_IMG, 8, 1, 0},         {SHORT_IMG, 16, 100, -12000},  {USHORT_IMG, 16, 250, 100},
+                        {LONG_IMG, 32, 7000, -900000}, {ULONG_IMG, 32, 16000000, 5}, {FLOAT_IMG, -32, 0.37, -20.5},
+                        {DOUBLE_IMG, -64, 1e-7, 1e9}};
+  for (const auto& c : cases) {
+    for (int planes : {1, 3}) {
+      SCOPED_TRACE("BITPIX " + std::to_string(c.bitpix) + " planes " + std::to_string(planes));
+      const auto values = Ramp(17, 5, planes, c.scale, c.offset);
+      WriteFits(P("in.fits"), c.imgType, 17, 5, planes, values, kKeys);
+      const Result r = Run({"convert", P("in.fits"), "-o", P("out.fits")});
+      ASSERT_EQ(r.rc, 0) << r.err;
+      const FitsData in = ReadFits(P("in.fits")), out = ReadFits(P("out.fits"));
+      ASSERT_EQ(out.status, 0);
+      EXPECT_EQ(out.bitpix, c.bitpix);
+      EXPECT_EQ(out.equivType, in.equivType);
+      EXPECT_EQ(out.naxis, planes > 1 ? 3 : 2);
+      // The library holds float samples: 32-bit integers and doubles keep float precision.
+      std::vector<double> expected(in.values);
+      for (auto& v : expected) v = float(v);
+      EXPECT_EQ(out.values, expected);
+      ExpectKeys(out);
+    }
+  }
+}
+
+TEST_F(FormatTest, ScaledIntegersComeBackAsTheirPhysicalValues) {
+  std::vector<double> values = Ramp(9, 4, 1, 0.5, 1000.0);  // multiples of BSCALE 0.5
+  WriteFits(P("in.fits"), SHORT_IMG, 9, 4, 1, values, kKeys, 0.5, 1000.0);
+  ASSERT_EQ(Run({"convert", P("in.fits"), "-o", P("out.fits")}).rc, 0);
+  const FitsData out = ReadFits(P("out.fits"));
+  EXPECT_EQ(out.values, values);
+  ExpectKeys(out);
+}
+
+TEST_F(FormatTest, TiffEveryDepthAndLayoutThroughLibtiffAndBack) {
+  for (int bits : {8, 16, -32}) {
+    for (int planes : {1, 3}) {
+      SCOPED_TRACE("bits " + std::to_string(bits) + " planes " + std::to_string(planes));
+      const auto values = Ramp(13, 6, planes, bits == 8 ? 1.0 : bits == 16 ? 250.0 : 0.125, bits < 0 ? -3.5 : 0.0);
+      WriteFits(P("in.fits"), bits == 8 ? BYTE_IMG : bits == 16 ? USHORT_IMG : FLOAT_IMG, 13, 6, planes, values, kKeys);
+      ASSERT_EQ(Run({"convert", P("in.fits"), "-o", P("mid.tif")}).rc, 0);
+      int tiffBits = 0, spp = 0;
+      EXPECT_EQ(ReadTiff(P("mid.tif"), &tiffBits, &spp), values);
+      EXPECT_EQ(tiffBits, bits);
+      EXPECT_EQ(spp, planes);
+      ASSERT_EQ(Run({"convert", P("mid.tif"), "-o", P("out.fits")}).rc, 0);
+      const FitsData out = ReadFits(P("out.fits"));
+      EXPECT_EQ(out.values, values);
+      ExpectKeys(out);  // carried in the TIFF description
+    }
+  }
+}
+
+TEST_F(FormatTest, TiffWrittenElsewhereIsRead) {
+  const auto values = Ramp(11, 7, 3, 200.0, 0.0);
+  WriteTiff(P("rgba.tif"), 11, 7, 3, 16, SAMPLEFORMAT_UINT, values);
+  ASSERT_EQ(Run({"convert", P("rgba.tif"), "-o", P("out.fits")}).rc, 0);
+  EXPECT_EQ(ReadFits(P("out.fits")).values, values);
+}
+
+TEST_F(FormatTest, PngSixteenBitInEightBitOutAndKeywords) {
+  const auto wide = Ramp(10, 8, 1, 257.0, 0.0);
+  WritePng16(P("in16.png"), 10, 8, wide);
+  ASSERT_EQ(Run({"convert", P("in16.png"), "-o", P("from16.fits")}).rc, 0);
+  const FitsData from16 = ReadFits(P("from16.fits"));
+  EXPECT_EQ(from16.values, wide);
+  EXPECT_EQ(from16.equivType, USHORT_IMG);
+
+  for (int planes : {1, 3}) {
+    SCOPED_TRACE(planes);
+    const auto values = Ramp(10, 8, planes, 1.0, 0.0);
+    WriteFits(P("in.fits"), BYTE_IMG, 10, 8, planes, values, kKeys);
+    ASSERT_EQ(Run({"convert", P("in.fits"), "-o", P("mid.png")}).rc, 0);
+    int depth = 0, channels = 0;
+    EXPECT_EQ(ReadPng(P("mid.png"), &depth, &channels), values);
+    EXPECT_EQ(depth, 8);
+    EXPECT_EQ(channels, planes);
+    ASSERT_EQ(Run({"convert", P("mid.png"), "-o", P("out.fits")}).rc, 0);
+    const FitsData out = ReadFits(P("out.fits"));
+    EXPECT_EQ(out.values, values);
+    ExpectKeys(out);
+  }
+}
+
+TEST_F(FormatTest, BmpGreyAndColourDecodedByAnIndependentReader) {
+  for (int planes : {1, 3}) {
+    SCOPED_TRACE(planes);
+    const int w = 7, h = 5;  // odd width: rows carry padding
+    const auto values = Ramp(w, h, planes, 1.0, 0.0);
+    WriteFits(P("in.fits"), BYTE_IMG, w, h, planes, values);
+    ASSERT_EQ(Run({"convert", P("in.fits"), "-o", P("mid.bmp")}).rc, 0);
+    const std::string bytes = Slurp(P("mid.bmp"));
+    const auto pic = bmptest::DecodeFile(std::vector<unsigned char>(bytes.begin(), bytes.end()));
+    ASSERT_TRUE(pic.error.empty()) << pic.error;
+    for (int y = 0; y < h; ++y)
+      for (int x = 0; x < w; ++x)
+        for (int c = 0; c < 3; ++c)
+          EXPECT_EQ(pic.At(x, y)[c], values[(std::size_t(planes == 3 ? c : 0) * h + y) * w + x]);
+    ASSERT_EQ(Run({"convert", P("mid.bmp"), "-o", P("out.fits")}).rc, 0);
+    EXPECT_EQ(ReadFits(P("out.fits")).values, values);
+  }
+}
+
+TEST_F(FormatTest, InfoReportsHeaderFactsAndBackgroundNoise) {
+  std::mt19937 rng(3);
+  std::normal_distribution<double> noise(1000.0, 10.0);
+  std::vector<double> values(300 * 200);
+  for (auto& v : values) v = noise(rng);
+  values[1234] = 60000.0;  // a hot pixel is not noise
+  WriteFits(P("sky.fits"), FLOAT_IMG, 300, 200, 1, values, kKeys);
+  const Result r = Run({"info", P("sky.fits")});
+  ASSERT_EQ(r.rc, 0) << r.err;
+  EXPECT_NE(r.out.find("300 x 200, 1 plane, 32-bit float"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("exposure     120.5 s"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("temperature  -10.25 C"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("instrument   TestCam 9000"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("date         2024-01-02T03:04:05"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("max 60000"), std::string::npos) << r.out;
+  const auto at = r.out.find("noise ");
+  ASSERT_NE(at, std::string::npos);
+  // A 3-sigma clip keeps 99.7 % of a Gaussian and trims its spread by about 1.4 %.
+  EXPECT_NEAR(std::stod(r.out.substr(at + 6)), 10.0, 0.4);
+}
+
+TEST_F(FormatTest, RealFramesMatchTheirLibraryReading) {
+  const fs::path data = QRN_DATA_DIR;
+  if (!fs::exists(data)) GTEST_SKIP() << "no " << data;
+  int tried = 0;
+  for (const auto& e : fs::recursive_directory_iterator(data)) {
+    const std::string ext = e.path().extension().string();
+    if (ext != ".fits" && ext != ".tiff") continue;
+    SCOPED_TRACE(e.path().string());
+    ASSERT_EQ(Run({"convert", e.path().string(), "--bits", "-64", "-o", P("real.fits")}).rc, 0);
+    const FitsData out = ReadFits(P("real.fits"));
+    std::vector<double> expected;
+    if (ext == ".tiff") {
+      int bits = 0, spp = 0;
+      expected = ReadTiff(e.path().string(), &bits, &spp);
+    } else {
+      expected = ReadFits(e.path().string()).values;  // the first image HDU, scaled by cfitsio
+    }
+    ASSERT_EQ(out.values.size(), expected.size());
+    for (std::size_t i = 0; i < expected.size(); ++i)
+      ASSERT_EQ(out.values[i], float(expected[i])) << "sample " << i;  // the library holds floats
+    ++tried;
+  }
+  EXPECT_GT(tried, 0);
+}
