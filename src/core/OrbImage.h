@@ -331,11 +331,32 @@ class COrbImage : public CImage {
   int ToDIB(CMemoryDIB* dib, CRect* rect, int showProgress);
 
   // ---- Calibration -----------------------------------------------------------------
+  // Dark and flat frames are not compared with this image: they must be at least as large
+  // (debug builds assert it), so callers that load frames from files check sizes first. A
+  // grey frame serves every plane of a colour image through its plane 0; a colour frame
+  // serves plane by plane. Planes run in sequence and rows in parallel, one progress unit
+  // per row and plane; nothing is reported and the calls cannot be cancelled.
+  /// v ← v − d, a result ≤ 0 becoming 0 (progress title 6106). A null dark does nothing.
   void DarkClbrtn(COrbImage* dark, int progress);
+  /// v ← m · v / f where f > 0, else v stays; m = GetAvrGrayRaw(0) of the flat serves every
+  /// plane, also of a colour flat (progress title 6105). A null flat does nothing.
   void FlatClbrtn(COrbImage* flat, int progress);
+  /// Runs CalcMinMax on the flat; per plane, with lo, hi, m its minimum, maximum and
+  /// GetAvrGrayRaw: v ← m' · v / (f' + m' · pedestal) where that divisor is > 0, f' and m'
+  /// passed through FlatGamma(·, hi, 2 lo − hi, gamma) when gamma > 0. A plane whose flat has
+  /// lo = hi leaves that plane and every later one undivided (progress title 6105).
   void FlatClbrtn(COrbImage* flat, float pedestal, double gamma, int progress);
+  /// Dark and flat in one pass from src (null: this image, in place) into the rectangle of
+  /// this image (null: whole image), with the rules above, except that a dark-subtracted
+  /// value that is not > 0 (NaN included) becomes 0. A null dark or flat switches its step
+  /// off. flatMin, flatMax and flatMean hold one entry per plane of a colour flat (entry 0
+  /// serves a grey one); when any of them is null the flat's own statistics are measured
+  /// (CalcMinMax, GetAvrGrayRaw), which rewrites the flat's stored statistics. src must have
+  /// this image's geometry and planes (progress title 6195).
   void DarkFlat(COrbImage* src, COrbImage* dark, COrbImage* flat, float* flatMin, float* flatMax, float* flatMean,
                 float pedestal, double gamma, CRect* rect, int progress);
+  /// pow((v − bottom)/(top − bottom), gamma) · (top − bottom) + bottom in double: top and
+  /// bottom stay fixed, gamma > 1 deepens the fall-off below top, gamma < 1 softens it.
   static float FlatGamma(float v, float top, float bottom, double gamma);
 
   // ---- Filter state ----------------------------------------------------------------
