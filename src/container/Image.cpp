@@ -297,15 +297,16 @@ int CImage::ChangeBits(int bits, int fitRange, int signedInt, HWND window, const
 }
 
 int CImage::ChangePlanes(int planes, HWND window, const wchar_t* text) {
-  if (IsEmpty() || (planes != 1 && planes != kMaxPlanes)) return 0;
+  if (IsEmpty() || (planes != 1 && planes != kColorPlanes)) return 0;
   if (planes == m_planes) return 1;
+  if (m_planes != 1 && m_planes != kColorPlanes) return 0;  // a working copy with a luminance plane
   CImage target;
   target.CopyFields(*this);
   target.SetPlanes(planes);
   if (!target.AllocImage()) return 0;
   CAllocationProgress progress(window, text);
   const int bytes = GetBytesPixel();
-  const bool toColor = planes == kMaxPlanes;
+  const bool toColor = planes == kColorPlanes;
 #pragma omp parallel for schedule(static)
   for (int y = 0; y < m_height; ++y) {
     for (int x = 0; x < m_width; ++x) {

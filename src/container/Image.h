@@ -18,7 +18,8 @@ constexpr UINT WM_QRN_PROGRESS = WM_USER + 112;
 constexpr int VM_READONLY = 1;
 constexpr int VM_LOCK = 2;
 
-/// @brief An image of 1 or 3 planes of samples in one of the formats 8 (unsigned byte),
+/// @brief An image of 1 or 3 planes of samples (4 for a working copy that carries a
+/// luminance plane beside its three colours) in one of the formats 8 (unsigned byte),
 /// 16 and 32 (integers, signed or not), -32 (float) and -64 (double); physical value =
 /// stored × bscale + bzero. Each plane has a display level window (minimum, maximum, range).
 ///
@@ -32,7 +33,9 @@ constexpr int VM_LOCK = 2;
 /// (UnlockAll releases every lock). Coordinates are not checked.
 class CImage : public CObject {
  public:
-  static constexpr int kMaxPlanes = 3;
+  static constexpr int kColorPlanes = 3;
+  /// Three colour planes and, in working copies, one derived luminance plane.
+  static constexpr int kMaxPlanes = 4;
 
   CImage();
   /// New image; allocate nonzero allocates a zeroed store now. Bad sizes or formats give an
@@ -189,9 +192,9 @@ class CImage : public CObject {
   double m_bscale = 1.0;
   double m_bzero = 0.0;
   std::unique_ptr<CVmImage> m_store;
-  double m_levelMin[kMaxPlanes] = {0, 0, 0};
-  double m_levelMax[kMaxPlanes] = {0, 0, 0};
-  double m_levelRange[kMaxPlanes] = {0, 0, 0};
+  double m_levelMin[kMaxPlanes] = {};
+  double m_levelMax[kMaxPlanes] = {};
+  double m_levelRange[kMaxPlanes] = {};
   int m_ownLevel = 0;
   int m_saveableFormat = 1;
   int m_saveableFile = 1;

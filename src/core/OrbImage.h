@@ -374,9 +374,9 @@ class COrbImage : public CImage {
   int ToGray();
 
   // Statistics written by CalcMinMax.
-  float m_minPixel[kMaxPlanes] = {0, 0, 0};
-  float m_maxPixel[kMaxPlanes] = {0, 0, 0};
-  float m_avrPixel[kMaxPlanes] = {0, 0, 0};
+  float m_minPixel[kMaxPlanes] = {};
+  float m_maxPixel[kMaxPlanes] = {};
+  float m_avrPixel[kMaxPlanes] = {};
 
  private:
   int ShowProgressContinue();
@@ -411,7 +411,7 @@ class COrbImage : public CImage {
   int m_rowBufY[2] = {-1, -1};
   const float* m_rowBuf[2] = {nullptr, nullptr};
 
-  CFilterProc m_filterProc[kMaxPlanes];
+  CFilterProc m_filterProc[kColorPlanes];
   CFilterProc* m_curFilterProc = &m_filterProc[0];
   CFilterProcEx m_filterProcEx[kFilterSlots];
   CString m_regKey;

@@ -18,7 +18,7 @@ TEST(CImage, ConstructionRejectsBadLayoutsWithAnEmptyImage) {
   EXPECT_TRUE(CImage(-32, 0, 10, 1).IsEmpty());
   EXPECT_TRUE(CImage(-32, 10, -5, 1).IsEmpty());
   EXPECT_TRUE(CImage(-32, 10, 10, 0).IsEmpty());
-  EXPECT_TRUE(CImage(-32, 10, 10, 4).IsEmpty());
+  EXPECT_TRUE(CImage(-32, 10, 10, 5).IsEmpty());
   EXPECT_TRUE(CImage(12, 10, 10, 1).IsEmpty());
   EXPECT_TRUE(CImage(-64, std::numeric_limits<int>::max(), std::numeric_limits<int>::max(), 3).IsEmpty());
   CImage ok(-32, 10, 4, 3);
@@ -100,6 +100,9 @@ TEST(CImage, ChangePlanesCopiesGreyAndKeepsLuminance) {
   EXPECT_EQ(colour.GetDimension(), 2);
   EXPECT_NEAR(colour.GetPixel(0, 0, 0), 0.299 * 100 + 0.587 * 200 + 0.114 * 50, 1e-3);
   EXPECT_EQ(colour.ChangePlanes(2), 0);
+  CImage working(-32, 2, 2, 4);  // colours plus a luminance plane: neither grey nor colour
+  EXPECT_EQ(working.ChangePlanes(1), 0);
+  EXPECT_EQ(working.ChangePlanes(3), 0);
 }
 
 TEST(CImage, ChangeSizeKeepsTheTopLeftAndZeroesTheRest) {

@@ -313,7 +313,7 @@ TEST(COrbImageLevels, PlaneMinusOneMovesColourPlanesInProportion) {
   COrbImage grey(-32, 1, 1, 1);
   grey.SetLevel(-1, 5, 6);
   EXPECT_DOUBLE_EQ(grey.GetLevelMax(0), 6);
-  EXPECT_EQ(grey.SetLevel(3, 0, 1), 0);
+  EXPECT_EQ(grey.SetLevel(4, 0, 1), 0);
 }
 
 TEST(COrbImageAreas, NormalizeRectClampsEachEdge) {

@@ -564,11 +564,22 @@ float CImgFilter::GetDDLuminance(float r, float g, float b, double lo, double rg
 
 COrbImage* CImgFilter::MakeDDWork(int border, int progress) {
   const int b = border > 0 ? border : 2;
-  // The container holds at most three planes, so the luminance of a colour image is not a
-  // fourth plane here: callers take it per pixel with GetDDLuminance on plane 0's levels.
-  const int extra = IsColor() ? GetHeight() + 2 * b : 0;
-  COrbImage* work = MakeBordered(*this, b, GetPlanes(), progress, 6125, extra);
-  if (work && extra) ShowProgress(extra);
+  const bool colour = IsColor();
+  const int lines = GetHeight() + 2 * b;
+  COrbImage* work = MakeBordered(*this, b, colour ? kMaxPlanes : GetPlanes(), progress, 6125, colour ? lines : 0);
+  if (work && colour) {
+    // Plane 3: the mean of the three colours on plane 0's display scale, over the bordered area.
+    const double lo = GetLevelMin(0), rg = GetLevelRange(0);
+    for (int y = 0; y < lines; ++y) {
+      const float* r = work->GetImageAdr(0, y, 0);
+      const float* g = work->GetImageAdr(0, y, 1);
+      const float* bl = work->GetImageAdr(0, y, 2);
+      float* l = work->GetImageAdr(0, y, 3, 0);
+      for (int x = 0; x < work->GetWidth(); ++x) l[x] = GetDDLuminance(r[x], g[x], bl[x], lo, rg);
+      ShowProgress(1);
+    }
+    work->SetLevel(3, GetLevelMin(0), GetLevelMax(0));
+  }
   ShowProgressEnd(nullptr);
   return work;
 }

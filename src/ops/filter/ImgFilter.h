@@ -54,9 +54,9 @@ class CImgFilter : public COrbImage {
   /// planes and levels, the pixels at (b, b) and the border reflected with the row rule on
   /// both axes. The caller owns (deletes) it; null when memory runs out. Progress 6126.
   COrbImage* MakeFilterWork(int border, int progress);
-  /// As MakeFilterWork, for digital development. Progress 6125. The image container holds at
-  /// most three planes, so a colour work image carries no luminance plane: take it per pixel
-  /// with GetDDLuminance (plane 0's level minimum and range for all three colours).
+  /// As MakeFilterWork, for digital development. Progress 6125. A colour image's work copy
+  /// has a fourth plane: the luminance of GetDDLuminance over the whole bordered area (plane
+  /// 0's level minimum and range for all three colours), with plane 0's levels.
   COrbImage* MakeDDWork(int border, int progress);
   /// Luminance of digital development: the mean of the three display values taken on one
   /// level window (lo, rg), brought back to raw; rounded to float after each scaled term,

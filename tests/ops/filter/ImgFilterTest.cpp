@@ -331,6 +331,20 @@ TEST(ImgFilterWork, BorderedCopiesAndShift) {
   ASSERT_TRUE(dd);
   EXPECT_EQ(dd->GetWidth(), 11);
   EXPECT_EQ(dd->GetPixelGrayRaw(3, 3, 2), src->GetPixelGrayRaw(0, 0, 2));
+  // A colour image's work copy carries the luminance as a fourth plane, border included,
+  // on plane 0's window.
+  ASSERT_EQ(dd->GetPlanes(), 4);
+  EXPECT_EQ(dd->GetLevelMin(3), src->GetLevelMin(0));
+  EXPECT_EQ(dd->GetLevelMax(3), src->GetLevelMax(0));
+  const double lo = src->GetLevelMin(0), rg = src->GetLevelRange(0);
+  for (int y = 0; y < dd->GetHeight(); ++y)
+    for (int x = 0; x < dd->GetWidth(); ++x)
+      ASSERT_EQ(dd->GetPixelGrayRaw(x, y, 3),
+                CImgFilter::GetDDLuminance(dd->GetPixelGrayRaw(x, y, 0), dd->GetPixelGrayRaw(x, y, 1),
+                                           dd->GetPixelGrayRaw(x, y, 2), lo, rg));
+  auto grey = Random(4, 4, 1, 3);
+  std::unique_ptr<COrbImage> greyWork(F(*grey).MakeDDWork(1, 0));
+  EXPECT_EQ(greyWork->GetPlanes(), 1);
   // Mean of 0, 127.5 and 255 on the window 10 .. 265 is 127.5 -> raw 137.5.
   EXPECT_FLOAT_EQ(CImgFilter::GetDDLuminance(10.0f, 137.5f, 265.0f, 10.0, 255.0), 137.5f);
 
