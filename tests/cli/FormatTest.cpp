@@ -277,3 +277,26 @@ TEST_F(FormatTest, RealFramesMatchTheirLibraryReading) {
   }
   EXPECT_GT(tried, 0);
 }
+
+TEST_F(FormatTest, ExtensionImageInheritsThePrimaryHeader) {
+  fitsfile* f = nullptr;
+  int status = 0;
+  fits_create_diskfile(&f, P("mef.fits").c_str(), &status);
+  fits_create_img(f, BYTE_IMG, 0, nullptr, &status);
+  fits_write_key_str(f, "INSTRUME", "PrimaryCam", nullptr, &status);
+  fits_write_key_str(f, "DATE-OBS", "2001-02-03", nullptr, &status);
+  long naxes[2] = {6, 4};
+  fits_create_img(f, SHORT_IMG, 2, naxes, &status);
+  fits_write_key_dbl(f, "EXPTIME", 30.0, -15, nullptr, &status);
+  fits_write_key_str(f, "DATE-OBS", "2001-02-04", nullptr, &status);
+  std::vector<double> v = Ramp(6, 4, 1, 3.0, -100.0);
+  fits_write_img(f, TDOUBLE, 1, long(v.size()), v.data(), &status);
+  fits_close_file(f, &status);
+  ASSERT_EQ(status, 0);
+  ASSERT_EQ(Run({"convert", P("mef.fits"), "-o", P("out.fits")}).rc, 0);
+  const FitsData out = ReadFits(P("out.fits"));
+  EXPECT_EQ(out.values, v);
+  EXPECT_EQ(out.keys.at("INSTRUME"), "PrimaryCam");
+  EXPECT_EQ(out.keys.at("DATE-OBS"), "2001-02-04");  // the extension's own card wins
+  EXPECT_EQ(std::stod(out.keys.at("EXPTIME")), 30.0);
+}

@@ -58,7 +58,8 @@ LRESULT CProgressBar::OnMessage(UINT message, WPARAM code, LPARAM value) {
 }
 
 void CProgressBar::Draw(bool force) {
-  if (!m_visible || !m_shown) return;
+  // Untitled reports (image copies) are too short to be worth a bar.
+  if (!m_visible || !m_shown || m_title.empty()) return;
   const auto now = std::chrono::steady_clock::now();
   if (!force && now - m_lastDraw < std::chrono::milliseconds(80) && m_percent < 100) return;
   m_lastDraw = now;

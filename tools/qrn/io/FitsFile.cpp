@@ -32,7 +32,7 @@ struct CFitsHandle {
 bool IsStructural(const std::string& name) {
   static const char* const kNames[] = {"SIMPLE", "BITPIX", "EXTEND", "BSCALE", "BZERO", "XTENSION", "PCOUNT",
                                        "GCOUNT", "END", "COMMENT", "HISTORY", "CHECKSUM", "DATASUM", "BLANK",
-                                       "EXTNAME", "EXTVER", "INHERIT"};
+                                       "EXTNAME", "EXTVER", "INHERIT", "NEXTEND"};
   if (name.empty()) return true;
   for (const char* k : kNames)
     if (name == k) return true;
@@ -190,6 +190,16 @@ CLoadedImage CFitsFile::Read(const std::string& path) {
       default: ReadPlanes<double>(h.f, TDOUBLE, *img, path); break;
     }
     if (bitpix > 0 && (bscale != 1.0 || bzero != 0.0)) out.bits = -32;  // scaled integers are written back as floats
+  }
+  // An image in an extension inherits the primary header's facts (instrument, date ...);
+  // its own cards take precedence.
+  int hdu = 1;
+  fits_get_hdu_num(h.f, &hdu);
+  if (hdu > 1) {
+    int type = 0;
+    fits_movabs_hdu(h.f, 1, &type, &status);
+    ReadKeywords(h.f, img->GetHeader());
+    fits_movabs_hdu(h.f, hdu, &type, &status);
   }
   ReadKeywords(h.f, img->GetHeader());
   qrnio::FinishRead(path, *img);
