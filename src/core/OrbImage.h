@@ -364,6 +364,8 @@ class COrbImage : public CImage {
   int MakeFilterProcEx(int slot, COrbImage* src, CFilterMatrix* m, int plane, int normalise);
   float CalcFilterProc(int x, int y);
   float CalcFilterProc(int x, int y, int plane);
+  /// CalcFilterProc(x + i, y, plane) for i in [0, count), into out: the same values, a line at a time.
+  void CalcFilterProcLine(int x, int y, int count, float* out, int plane);
   float CalcFilterProcEx(int slot, int x, int y);
   float CalcFilterProcEx(int slot, int x, int y, int plane);
   void SetFilterProcPln(int plane);

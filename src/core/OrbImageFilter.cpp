@@ -18,6 +18,10 @@ float COrbImage::CalcFilterProc(int x, int y) { return m_curFilterProc->Calc(x, 
 
 float COrbImage::CalcFilterProc(int x, int y, int plane) { return m_filterProc[plane].Calc(x, y); }
 
+void COrbImage::CalcFilterProcLine(int x, int y, int count, float* out, int plane) {
+  m_filterProc[plane].CalcLine(x, y, count, out);
+}
+
 float COrbImage::CalcFilterProcEx(int slot, int x, int y) { return m_filterProcEx[slot].Calc(x, y); }
 
 float COrbImage::CalcFilterProcEx(int slot, int x, int y, int plane) { return m_filterProcEx[slot].Calc(x, y, plane); }

@@ -69,7 +69,7 @@ class RowScratch {
 
 /// out[i] = the image's blur evaluator of plane at (x + i, y), for i in [0, n).
 inline void BlurRow(COrbImage& image, int plane, int x, int y, int n, float* out) {
-  for (int i = 0; i < n; ++i) out[i] = image.CalcFilterProc(x + i, y, plane);
+  image.CalcFilterProcLine(x, y, n, out, plane);
 }
 
 /// The frame of a blur-comparing filter on image from work: builds one blur per plane with
