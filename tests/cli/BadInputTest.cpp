@@ -69,6 +69,11 @@ TEST_F(BadInputTest, CalibrationFramesOfAnotherSize) {
                 "differs from the light frame");
 }
 
+TEST_F(BadInputTest, MissingLightStopsTheWholeSetBeforeAnyOutput) {
+  ExpectFailure({"calibrate", "--dark", P("good.fits"), P("good.fits"), P("gone.fits"), "-o", P("outdir")},
+                "gone.fits", "no such image file");
+}
+
 TEST_F(BadInputTest, OutputsThatCannotBeWritten) {
   ExpectFailure({"render", P("good.fits"), "-o", P("nowhere/x.png")}, "nowhere", "does not exist");
   ExpectFailure({"calibrate", "--dark", P("good.fits"), P("good.fits"), "-o", P("notes.txt")}, "notes.txt",

@@ -45,6 +45,9 @@ int RunCalibrate(const Arguments& argv, CContext& ctx) {
   if (args.Has("--flat")) flat = qrncmd::Load(args.Get("--flat"), ctx).image;
   for (const char* o : {"--bias", "--dark", "--flat"})
     if (args.Has(o)) inputs.push_back(args.Get(o));
+  // A missing light is found before any output is written, not halfway through the set.
+  for (const auto& lightPath : args.Positional())
+    if (!std::filesystem::is_regular_file(lightPath)) throw CQrnError(lightPath, "no such image file");
   EnsureWritableFolder(outDir);
 
   // The bias is the dark of a zero exposure: it comes off the flat, and stands for the
