@@ -6,7 +6,9 @@
 #include <thread>
 
 #include "CliSupport.h"
+#include "command/OrbImageProc.h"
 #include "core/OrbImage.h"
+#include "ops/filter/ImgFilter.h"
 
 using namespace clitest;
 
@@ -74,6 +76,35 @@ TEST_F(CalibrateTest, BiasComesOffTheFlatAndStandsInForAMissingDark) {
   ASSERT_EQ(out.size(), std::size_t(w * h));
   EXPECT_GT(out[0], 0.0);
   for (double v : out) EXPECT_FLOAT_EQ(v, out[0]);
+}
+
+// The other subcommands are wired to their operation with the arguments the user gave.
+TEST_F(CalibrateTest, FilterAndScriptMatchTheirLibraryCalls) {
+  const int w = 33, h = 19;
+  const auto v = Noise(w * h, 800, 120, 4);
+  WriteFits(P("in.fits"), FLOAT_IMG, w, h, 1, v);
+  auto expectSame = [&](const std::string& file, const COrbImage& expected) {
+    const FitsData out = ReadFits(P(file));
+    EXPECT_NE(out.values, v) << file << " left the image as it was";
+    ASSERT_EQ(out.values.size(), std::size_t(w * h));
+    for (int y = 0; y < h; ++y)
+      for (int x = 0; x < w; ++x)
+        ASSERT_EQ(out.values[std::size_t(y) * w + x], expected.GetPixelGrayRaw(x, y, 0)) << file << " " << x << "," << y;
+  };
+
+  ASSERT_EQ(Run({"filter", "minmax", "--type", "2", "--rank", "3", P("in.fits"), "-o", P("rank.fits")}).rc, 0);
+  COrbImage work = ToImage(v, w, h), rank = ToImage(v, w, h);
+  static_cast<CImgFilter&>(rank).MinMaxFilter(2, 3, &work, nullptr, 0);
+  expectSame("rank.fits", rank);
+
+  const std::string text = "LEVEL MIN=700 MAX=900; BRIGHTNESSCONTRAST BRIGHTNESS=12 CONTRAST=30";
+  ASSERT_EQ(Run({"script", "-e", text, P("in.fits"), "-o", P("script.fits")}).rc, 0);
+  COrbImage scripted = ToImage(v, w, h);
+  scripted.CalcMinMax();
+  scripted.SetLevel(0, scripted.GetMinPixel(0), scripted.GetMaxPixel(0));  // a freshly read image's window
+  COrbImageProc proc;
+  ASSERT_EQ(proc.Do(&scripted, CString::FromUtf8(text), 0), 1);
+  expectSame("script.fits", scripted);
 }
 
 TEST_F(CalibrateTest, InterruptStopsWithoutOutput) {
