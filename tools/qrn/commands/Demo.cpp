@@ -191,9 +191,14 @@ int RunDemo(const Arguments& argv, CContext& ctx) {
   EnsureWritableFolder((fs::path(dir) / "raw").string());
   auto path = [&](const std::string& name) { return (fs::path(dir) / name).string(); };
   auto save = [&](const std::string& name, COrbImage& img) { qrnio::WriteImage(path(name), img, -32, true, {}); };
-  // Percentile windows: the sky just above black, the brightest 0.3 % saturated.
-  auto preview = [&](const std::string& name, COrbImage& img) {
-    qrncmd::ApplyLevels(img, "normal", 0.02, 0.997);
+  // Linear frames are shown around the sky (mode and sky-noise width) so that vignetting,
+  // dust and gradient stay visible; the developed frame, whose stars are compressed, by
+  // percentiles: the sky just above black, the brightest 0.3 % saturated.
+  auto preview = [&](const std::string& name, COrbImage& img, bool developed) {
+    if (developed)
+      qrncmd::ApplyLevels(img, "normal", 0.02, 0.997);
+    else
+      qrncmd::ApplyLevels(img, "histogram", 3.0, 12.0);
     qrnio::WriteRendering(path(name), img, 8, {});
   };
   std::ostringstream report;
@@ -244,7 +249,7 @@ int RunDemo(const Arguments& argv, CContext& ctx) {
   float flatMin[3] = {flat->GetMinPixel(0)}, flatMax[3] = {flat->GetMaxPixel(0)}, flatMean[3] = {flat->GetAvrGrayRaw(0)};
   const auto rawStats = qrncmd::MeasurePlane(*lights[0], 0);
   const double rawSpread = SkySpread(*lights[0]);
-  preview("before.png", *lights[0]);
+  preview("before.png", *lights[0], false);
   step("raw preview written");
   std::unique_ptr<COrbImage> calibrated[kLights];
   for (int k = 0; k < kLights; ++k) {
@@ -273,12 +278,12 @@ int RunDemo(const Arguments& argv, CContext& ctx) {
   step("sky gradient removed and written");
 
   // 4. Levels and digital development.
-  preview("calibrated.png", *flattened);
+  preview("calibrated.png", *flattened, false);
   qrncmd::CDevelopParams dev;
   dev.sigma = 3.0;
   qrncmd::Develop(*flattened, dev, ctx);
   save("developed.fits", *flattened);
-  preview("after.png", *flattened);
+  preview("after.png", *flattened, true);
   step("levels, digital development, previews");
 
   report << "  " << std::string(48, '-') << "\n";
