@@ -8,15 +8,10 @@
 namespace {
 
 TEST(ColorTest, BlackUsesUnitGammaAndMapsToZero) {
-  CColor c;
+  CColor c, d;
   c.RgbToXyz(0, 0, 0);
-  EXPECT_EQ(c.GetX(), 0.0);
-  EXPECT_EQ(c.GetY(), 0.0);
-  EXPECT_EQ(c.GetZ(), 0.0);
-  c.XyzToRgb(0, 0, 0);
-  EXPECT_EQ(c.GetR(), 0.0);
-  EXPECT_EQ(c.GetG(), 0.0);
-  EXPECT_EQ(c.GetB(), 0.0);
+  d.XyzToRgb(0, 0, 0);
+  for (double v : {c.GetX(), c.GetY(), c.GetZ(), d.GetR(), d.GetG(), d.GetB()}) EXPECT_EQ(v, 0.0);
 }
 
 TEST(ColorTest, UnitGreyIsTheWhitePoint) {
@@ -45,46 +40,30 @@ TEST(ColorTest, GammaScalesAllComponentsByOneFactor) {
   EXPECT_NEAR(c.GetZ(), (0.0565 * 0.5 + 5.5943 * 0.8) * f, 1e-14);
 }
 
-TEST(ColorTest, XyzRoundTripRecoversTheColour) {
-  const double colours[][3] = {{0.2, 0.5, 0.8}, {100, 50, 20}, {1e-3, 2e-3, 5e-4}, {7, 7, 7}};
+TEST(ColorTest, XyzAndLabRoundTripsRecoverTheColour) {
+  // Includes a dark colour whose L falls on the linear segment, saturated colours and values above 1.
+  const double colours[][3] = {{0.2, 0.5, 0.8},    {100, 50, 20},    {1e-3, 2e-3, 5e-4}, {7, 7, 7},
+                               {0.9, 0.1, 0.1},    {0.01, 0.012, 0.008}, {200, 120, 30}};
   for (const auto& rgb : colours) {
-    CColor c;
-    c.RgbToXyz(rgb[0], rgb[1], rgb[2]);
-    c.XyzToRgb(c.GetX(), c.GetY(), c.GetZ());
+    CColor xyz, lab, back;
+    xyz.RgbToXyz(rgb[0], rgb[1], rgb[2]);
+    xyz.XyzToRgb(xyz.GetX(), xyz.GetY(), xyz.GetZ());
+    lab.RgbToLab(rgb[0], rgb[1], rgb[2]);
+    back.LabToRgb(lab.GetL(), lab.Geta(), lab.Getb());
+    const double viaXyz[3] = {xyz.GetR(), xyz.GetG(), xyz.GetB()}, viaLab[3] = {back.GetR(), back.GetG(), back.GetB()};
     for (int k = 0; k < 3; ++k) {
-      const double got = k == 0 ? c.GetR() : k == 1 ? c.GetG() : c.GetB();
       // The inverse solve and gamma undo the forward steps up to a few roundings.
-      EXPECT_NEAR(got, rgb[k], 1e-13 * rgb[k]) << "component " << k;
+      EXPECT_NEAR(viaXyz[k], rgb[k], 1e-13 * rgb[k]) << rgb[0] << " component " << k;
+      // Cube roots and cubes each lose an ulp or two; 1e-10 relative is far below a display step.
+      EXPECT_NEAR(viaLab[k], rgb[k], 1e-10 * rgb[k] + 1e-14) << rgb[0] << " component " << k;
     }
   }
-}
-
-TEST(ColorTest, LabRoundTripRecoversTheColour) {
-  // Includes a dark colour whose L falls on the linear segment and saturated colours.
-  const double colours[][3] = {{0.2, 0.5, 0.8}, {0.9, 0.1, 0.1}, {0.01, 0.012, 0.008}, {200, 120, 30}, {0.5, 0.5, 0.5}};
-  for (const auto& rgb : colours) {
-    CColor c;
-    c.RgbToLab(rgb[0], rgb[1], rgb[2]);
-    CColor back;
-    back.LabToRgb(c.GetL(), c.Geta(), c.Getb());
-    // Cube roots and cubes each lose an ulp or two; 1e-10 relative is far below a display step.
-    EXPECT_NEAR(back.GetR(), rgb[0], 1e-10 * rgb[0] + 1e-14);
-    EXPECT_NEAR(back.GetG(), rgb[1], 1e-10 * rgb[1] + 1e-14);
-    EXPECT_NEAR(back.GetB(), rgb[2], 1e-10 * rgb[2] + 1e-14);
-  }
-}
-
-TEST(ColorTest, LabOfPrimariesHasTheExpectedHueSigns) {
-  CColor red, blue, grey;
+  CColor red, blue;
   red.RgbToLab(1, 0, 0);
   blue.RgbToLab(0, 0, 1);
-  grey.RgbToLab(0.3, 0.3, 0.3);
   EXPECT_GT(red.Geta(), 0);   // red lies on the +a side
   EXPECT_GT(blue.GetL(), 0);
   EXPECT_LT(blue.Getb(), 0);  // blue lies on the -b side
-  // A grey of any level is neutral: x = y = z, so a = b = 0 up to rounding of the rows.
-  EXPECT_NEAR(grey.Geta(), 0, 1e-12);
-  EXPECT_NEAR(grey.Getb(), 0, 1e-12);
 }
 
 TEST(ColorTest, OutOfGamutXyzIsClippedAfterAllSolves) {
@@ -103,20 +82,6 @@ TEST(ColorTest, OutOfGamutXyzIsClippedAfterAllSolves) {
   // Several roundings of mid-sized terms.
   EXPECT_NEAR(c.GetR(), rd * f, 1e-12 * rd * f);
   EXPECT_NEAR(c.GetB(), bl * f, 1e-12 * bl * f);
-}
-
-TEST(ColorTest, CopyKeepsAllNineValues) {
-  CColor c;
-  c.SetRgb(1, 2, 3);
-  c.SetXyz(4, 5, 6);
-  c.SetLab(7, 8, 9);
-  CColor d(c), e;
-  e = c;
-  for (const CColor* p : {&d, &e}) {
-    EXPECT_EQ(p->GetR(), 1); EXPECT_EQ(p->GetG(), 2); EXPECT_EQ(p->GetB(), 3);
-    EXPECT_EQ(p->GetX(), 4); EXPECT_EQ(p->GetY(), 5); EXPECT_EQ(p->GetZ(), 6);
-    EXPECT_EQ(p->GetL(), 7); EXPECT_EQ(p->Geta(), 8); EXPECT_EQ(p->Getb(), 9);
-  }
 }
 
 }  // namespace

@@ -25,21 +25,28 @@ std::vector<unsigned char> Bytes(HGLOBAL block) {
   return v;
 }
 
-TEST(MemoryDIBTest, GeometryAndPaddedStride) {
+TEST(MemoryDIBTest, PaddedStrideAndBottomUpRows) {
   CMemoryDIB dib;
   EXPECT_EQ(dib.GetDC(), nullptr);
   ASSERT_TRUE(dib.Create(nullptr, 5, 3, 24));
   EXPECT_EQ(dib.GetWidth(), 5);
   EXPECT_EQ(dib.GetHeight(), 3);
   EXPECT_EQ(dib.GetBitCount(), 24);
-  EXPECT_EQ(dib.GetStride(), 16);  // 15 bytes padded to 16
   EXPECT_NE(dib.GetDC(), nullptr);
-  ASSERT_TRUE(dib.Create(nullptr, 1, 2, 8));
-  EXPECT_EQ(dib.GetStride(), 4);
-  ASSERT_TRUE(dib.Create(nullptr, 3, 2, 16));
-  EXPECT_EQ(dib.GetStride(), 8);
-  ASSERT_TRUE(dib.Create(nullptr, 3, 2, 32));
-  EXPECT_EQ(dib.GetStride(), 12);
+  // Rows are padded to 4 bytes; line 0 of the picture is the last row in memory.
+  struct Case {
+    int w, h, bits, stride, x, y, offset;
+  };
+  for (const Case c : {Case{5, 3, 24, 16, 1, 2, 3}, Case{1, 2, 8, 4, 0, 0, 4}, Case{3, 4, 8, 4, 0, 0, 12},
+                       Case{3, 4, 8, 4, 2, 3, 2}, Case{3, 4, 16, 8, 2, 0, 28}, Case{3, 4, 32, 12, 1, 1, 28}}) {
+    ASSERT_TRUE(dib.Create(nullptr, c.w, c.h, c.bits));
+    EXPECT_EQ(dib.GetStride(), c.stride) << c.w << "x" << c.h << "x" << c.bits;
+    const BYTE* at = c.bits == 8    ? dib.GetImageAdr8(c.x, c.y)
+                     : c.bits == 16 ? dib.GetImageAdr16(c.x, c.y)
+                     : c.bits == 24 ? dib.GetImageAdr24(c.x, c.y)
+                                    : dib.GetImageAdr32(c.x, c.y);
+    EXPECT_EQ(at, dib.GetBits() + c.offset) << c.w << "x" << c.h << "x" << c.bits;
+  }
 }
 
 TEST(MemoryDIBTest, RejectsBadSizesAndBitCounts) {
@@ -50,18 +57,6 @@ TEST(MemoryDIBTest, RejectsBadSizesAndBitCounts) {
   EXPECT_TRUE(dib.IsEmpty());
   EXPECT_EQ(dib.CreateHDIB(), nullptr);
   EXPECT_EQ(dib.GetDC(), nullptr);
-}
-
-TEST(MemoryDIBTest, RowsAreStoredBottomUp) {
-  CMemoryDIB dib;
-  ASSERT_TRUE(dib.Create(nullptr, 3, 4, 8));
-  // Line 0 of the picture is the last row in memory.
-  EXPECT_EQ(dib.GetImageAdr8(0, 0), dib.GetBits() + 3 * 4);
-  EXPECT_EQ(dib.GetImageAdr8(2, 3), dib.GetBits() + 2);
-  ASSERT_TRUE(dib.Create(nullptr, 3, 4, 32));
-  EXPECT_EQ(dib.GetImageAdr32(1, 1), dib.GetBits() + 2 * 12 + 4);
-  ASSERT_TRUE(dib.Create(nullptr, 3, 4, 16));
-  EXPECT_EQ(dib.GetImageAdr16(2, 0), dib.GetBits() + 3 * 8 + 4);
 }
 
 TEST(MemoryDIBTest, PackedBitmapIsAValidBmpFile) {

@@ -121,7 +121,7 @@ TEST(Progress, StepIsOneFiftiethOfTheTotalAndABigReportPostsOnce) {
   image.ShowProgressEnd(nullptr);
 }
 
-TEST(Progress, IndeterminateModePassesTheArgumentThrough) {
+TEST(Progress, IndeterminateModePassesTheArgumentThroughAndZeroTotalReportsCompletion) {
   HostWindow host;
   COrbImage image(-32, 1, 1, 1);
   image.SetProgressHandle(host.Handle());
@@ -133,19 +133,15 @@ TEST(Progress, IndeterminateModePassesTheArgumentThrough) {
   image.ShowProgressEnd(nullptr);
   EXPECT_EQ(host.events.front().text, title.str());
   EXPECT_EQ(host.Percentages(), (std::vector<LPARAM>{0, 17}));
-}
-
-TEST(Progress, ZeroTotalReportsCompletionInsteadOfDividingByZero) {
-  HostWindow host;
-  COrbImage image(-32, 1, 1, 1);
-  image.SetProgressHandle(host.Handle());
+  // A total of 0 reports 100% instead of dividing by zero.
+  host.events.clear();
   image.ShowProgressInit(1, 6124, 0);
   image.ShowProgress(1);
   image.ShowProgressEnd(nullptr);
   EXPECT_EQ(host.Percentages(), (std::vector<LPARAM>{100}));
 }
 
-TEST(Progress, EscapeQueuedBeforeTheLoopCancelsAtTheFirstReport) {
+TEST(Progress, QueuedEscapeCancelsAtTheFirstReportOnlyWithProgressOn) {
   HostWindow host;
   COrbImage image(-32, 1, 1, 1);
   image.SetProgressHandle(host.Handle());
@@ -153,16 +149,12 @@ TEST(Progress, EscapeQueuedBeforeTheLoopCancelsAtTheFirstReport) {
   PostMessageW(host.Handle(), WM_KEYDOWN, VK_ESCAPE, 0);
   EXPECT_EQ(RunOperation(image, 1, 100), 0);
   EXPECT_EQ(host.Count(kProgressEnd), 1);
-}
 
-TEST(Progress, WithProgressOffNothingCancelsAndNothingIsSent) {
-  HostWindow host;
-  COrbImage image(-32, 1, 1, 1);
-  image.SetProgressHandle(host.Handle());
+  // With progress off nothing cancels, nothing is sent and the idle state never pumps.
+  host.events.clear();
   PostMessageW(host.Handle(), WM_KEYDOWN, VK_ESCAPE, 0);
   EXPECT_EQ(RunOperation(image, 0, 100), 100);
   EXPECT_TRUE(host.events.empty());
-  // The Escape is still queued: the idle state never pumps.
   MSG msg;
   EXPECT_TRUE(PeekMessageW(&msg, nullptr, WM_KEYDOWN, WM_KEYDOWN, PM_REMOVE));
 }
