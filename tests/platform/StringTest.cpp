@@ -17,6 +17,9 @@ TEST(CString, SearchAndSlicesFollowFrameworkConventions) {
   EXPECT_EQ(s.Left(100), s);
   EXPECT_TRUE(s.Mid(100).IsEmpty());
   EXPECT_EQ(s.Find(L'L', 100), -1);
+  const CString null(static_cast<const wchar_t*>(nullptr));  // null text is empty
+  EXPECT_TRUE(null.IsEmpty());
+  EXPECT_EQ(null.Find(static_cast<const wchar_t*>(nullptr)), -1);
 }
 
 TEST(CString, TrimAndCaseInsensitiveCompare) {
@@ -39,10 +42,4 @@ TEST(CString, FormatAndUtf8RoundTrip) {
   EXPECT_EQ(CString(L"é").ToUtf8(), std::string("\xC3\xA9"));
   // A truncated multi-byte sequence decodes to the replacement character, not past the end.
   EXPECT_EQ(CString::FromUtf8("\xE3\x83"), CString(L"\uFFFD\uFFFD"));
-}
-
-TEST(CString, NullTextIsEmpty) {
-  CString s(static_cast<const wchar_t*>(nullptr));
-  EXPECT_TRUE(s.IsEmpty());
-  EXPECT_EQ(s.Find(static_cast<const wchar_t*>(nullptr)), -1);
 }
