@@ -244,6 +244,27 @@ void COrbImage::GetLuminanceScale(double* factor, double* offset) const {
 
 namespace {
 
+// Bins are counted a chunk of a line at a time: first every sample's bin (in vectors), then
+// the counts. A sample outside [low, high] gets the spare bin `count`, so the counting loop
+// has no branches.
+constexpr int kBinChunk = 512;
+
+// Bin of each value for a finite range and scale: every in-range position is finite and in
+// [0, count], so truncation of the position capped at count − 1 is the bin of BinIndex. The
+// tests are selects (and the comparisons made for every sample) so that the loop vectorises.
+template <class Value>
+void ChunkBins(int n, double low, double high, double scale, int count, int* index, Value value) {
+  const double last = count - 1;
+#pragma omp simd
+  for (int i = 0; i < n; ++i) {
+    const double v = value(i);
+    const double position = (v - low) * scale;
+    const double capped = last < position ? last : position;
+    const bool in = (v >= low) & (v <= high);
+    index[i] = static_cast<int>(in ? capped : double(count));
+  }
+}
+
 // One pass over the area filling up to three histograms. source[s] is the plane read into
 // bins[s] (-1: luminance of a colour image); a null bins[s] is skipped.
 int HistogramPass(COrbImage& img, int* const* bins, const int* source, int slots, int count, double low, double high,
@@ -275,28 +296,41 @@ int HistogramPass(COrbImage& img, int* const* bins, const int* source, int slots
   img.GetLuminanceScale(factor, offset);
 
   const int threads = CParallel::GetMaxThreads();
-  std::vector<int> local(std::size_t(threads) * slots * count, 0);
+  // Per thread and slot: count bins and the spare one of the chunked counting.
+  const std::size_t stride = std::size_t(count) + 1;
+  std::vector<int> local(std::size_t(threads) * slots * stride, 0);
   CLineLoop loop(img);
   loop.Run(0, lines, [&](int k) {
     const int y = top + k * stepY;
-    int* own = local.data() + std::size_t(CParallel::GetThreadNum()) * slots * count;
+    int* own = local.data() + std::size_t(CParallel::GetThreadNum()) * slots * stride;
     for (int s = 0; s < slots; ++s) {
       if (!bins[s]) continue;
-      int* hist = own + std::size_t(s) * count;
-      if (source[s] >= 0) {
+      int* hist = own + std::size_t(s) * stride;
+      if (finite && stepX == 1) {
+        int index[kBinChunk];
+        for (int x0 = left; x0 < right; x0 += kBinChunk) {
+          const int n = std::min(kBinChunk, right - x0);
+          if (source[s] >= 0) {
+            const float* line = img.GetImageAdr(x0, y, source[s]);
+            ChunkBins(n, low, high, scale, count, index, [line](int i) { return static_cast<double>(line[i]); });
+          } else {
+            const float* r = img.GetImageAdr(x0, y, 0);
+            const float* g = img.GetImageAdr(x0, y, 1);
+            const float* b = img.GetImageAdr(x0, y, 2);
+            const double f0 = factor[0], f1 = factor[1], f2 = factor[2];
+            const double o0 = offset[0], o1 = offset[1], o2 = offset[2];
+            // COrbImage::CalcLuminance with the scale held in registers.
+            ChunkBins(n, low, high, scale, count, index, [=](int i) {
+              return COrbImage::CalcBright(f0 * r[i] + o0, f1 * g[i] + o1, f2 * b[i] + o2);
+            });
+          }
+          for (int i = 0; i < n; ++i) ++hist[index[i]];
+        }
+      } else if (source[s] >= 0) {
         const float* line = img.GetImageAdr(0, y, source[s]);
-        if (finite && stepX == 1) {
-          // With a finite range and scale every in-range position is finite and in
-          // [0, count], so plain truncation and one clamp give the same bin.
-          for (int x = left; x < right; ++x) {
-            const double v = line[x];
-            if (v >= low && v <= high) ++hist[std::min(static_cast<int>((v - low) * scale), count - 1)];
-          }
-        } else {
-          for (int x = left; x < right; x += stepX) {
-            const double v = line[x];
-            if (v >= low && v <= high) ++hist[BinIndex((v - low) * scale, count)];
-          }
+        for (int x = left; x < right; x += stepX) {
+          const double v = line[x];
+          if (v >= low && v <= high) ++hist[BinIndex((v - low) * scale, count)];
         }
       } else {
         const float* r = img.GetImageAdr(0, y, 0);
@@ -320,7 +354,7 @@ int HistogramPass(COrbImage& img, int* const* bins, const int* source, int slots
   for (int s = 0; s < slots; ++s) {
     if (!bins[s]) continue;
     for (int t = 0; t < threads; ++t) {
-      const int* part = local.data() + (std::size_t(t) * slots + s) * count;
+      const int* part = local.data() + (std::size_t(t) * slots + s) * stride;
       for (int i = 0; i < count; ++i) bins[s][i] += part[i];
     }
     if (upscale != 1.0)

@@ -208,6 +208,38 @@ TEST(OrbImageStatistics, HistogramMatchesNaiveCountOnLargeImage) {
   EXPECT_EQ(bins, expected);
 }
 
+TEST(OrbImageStatistics, HistogramLongLinesWithSpecialValuesMatchNaiveCount) {
+  // Lines longer than the counting chunk, with samples on both ends of the range, just
+  // outside it, infinite and NaN, counted per plane and as luminance (equal windows, so
+  // Y = 0.299 R + 0.587 G + 0.114 B in double). A sample outside the range counts nowhere.
+  const int w = 1027, h = 5, count = 50;
+  std::mt19937 rng(11);
+  std::uniform_real_distribution<float> u(-20.0f, 120.0f);
+  const float specials[] = {0.0f, 100.0f, std::nextafter(0.0f, -1.0f), std::nextafter(100.0f, 200.0f), kInf, -kInf,
+                            kNaN, 2.0f};  // 2.0: exactly the edge between bins 0 and 1
+  auto img = MakeImage(w, h, 3, [&](int x, int, int) {
+    const float v = u(rng);
+    return x % 13 == 0 ? specials[(x / 13) % 8] : v;
+  });
+  std::vector<int> bins(count);
+  auto naive = [&](int plane) {
+    std::vector<int> expected(count, 0);
+    for (int y = 0; y < h; ++y)
+      for (int x = 0; x < w; ++x) {
+        const double v = plane >= 0 ? double(img->GetPixelGrayRaw(x, y, plane))
+                                    : 0.299 * img->GetPixelGrayRaw(x, y, 0) + 0.587 * img->GetPixelGrayRaw(x, y, 1) +
+                                          0.114 * img->GetPixelGrayRaw(x, y, 2);
+        if (!(v >= 0.0 && v <= 100.0)) continue;
+        ++expected[std::min(count - 1, int(v * (count / 100.0)))];
+      }
+    return expected;
+  };
+  for (int plane : {0, 1, 2, -1}) {
+    img->GetHistogram(bins.data(), count, 0.0, 100.0, plane, 0, 0, 0, nullptr, 0, 0);
+    EXPECT_EQ(bins, naive(plane)) << "plane " << plane;
+  }
+}
+
 TEST(OrbImageStatistics, HistogramCullSamplesAndScales) {
   // 4 × 4, cull step 2: samples (0,0) = 1, (2,0) = 1, (0,2) = 3, (2,2) = 2, each standing for 4.
   auto img = FromRows(4, {1, 0, 1, 0,  //
