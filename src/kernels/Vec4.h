@@ -1,20 +1,41 @@
-// Four-wide single-precision vectors for the row functions of per-sample operations.
+// Four- and eight-wide single-precision vectors for the row functions of per-sample operations.
 #pragma once
+#include <atomic>
 #include <cstring>
 
-/// @brief Four floats processed together. Built on the compiler's vector extension, so the
-/// same code gives 128-bit packed instructions on x86-64 and AArch64. Loads and stores are
-/// unaligned; a row loop runs `x + 4 <= n` and finishes the tail with the scalar helper.
-struct Vec4f {
+/// @brief N floats processed together (N = 4 or 8). Built on the compiler's vector
+/// extension, so the same code gives packed instructions on x86-64 and AArch64: 128-bit for
+/// Vec4f; 256-bit for Vec8f inside QRN_WIDE_TARGET functions. Loads and stores are unaligned;
+/// a row loop runs `x + N <= n` and finishes the tail with a narrower or scalar helper. Every
+/// operation is exact (min, max, compare, select) or lane-wise IEEE float arithmetic, so the
+/// widths give the same values.
+template <int N>
+struct VecRaw;
+template <>
+struct VecRaw<4> {
   typedef float Raw __attribute__((vector_size(16)));
   typedef int Mask __attribute__((vector_size(16)));
+};
+template <>
+struct VecRaw<8> {
+  typedef float Raw __attribute__((vector_size(32)));
+  typedef int Mask __attribute__((vector_size(32)));
+};
+
+template <int N>
+struct VecNf {
+  using Raw = typename VecRaw<N>::Raw;
+  using Mask = typename VecRaw<N>::Mask;
+  static constexpr int kWidth = N;
   Raw v;
 
-  Vec4f() : v{0, 0, 0, 0} {}
-  Vec4f(Raw r) : v(r) {}  // NOLINT
-  explicit Vec4f(float s) : v{s, s, s, s} {}
+  VecNf() : v{} {}
+  VecNf(const Raw& r) : v(r) {}  // NOLINT
+  explicit VecNf(float s) {
+    for (int i = 0; i < N; ++i) v[i] = s;
+  }
 
-  static Vec4f Load(const float* p) {
+  static VecNf Load(const float* p) {
     Raw r;
     std::memcpy(&r, p, sizeof r);
     return r;
@@ -22,20 +43,56 @@ struct Vec4f {
   void Store(float* p) const { std::memcpy(p, &v, sizeof v); }
   float operator[](int i) const { return v[i]; }
 
-  friend Vec4f operator+(Vec4f a, Vec4f b) { return a.v + b.v; }
-  friend Vec4f operator-(Vec4f a, Vec4f b) { return a.v - b.v; }
-  friend Vec4f operator*(Vec4f a, Vec4f b) { return a.v * b.v; }
-  friend Vec4f operator/(Vec4f a, Vec4f b) { return a.v / b.v; }
+  friend VecNf operator+(const VecNf& a, const VecNf& b) { return a.v + b.v; }
+  friend VecNf operator-(const VecNf& a, const VecNf& b) { return a.v - b.v; }
+  friend VecNf operator*(const VecNf& a, const VecNf& b) { return a.v * b.v; }
+  friend VecNf operator/(const VecNf& a, const VecNf& b) { return a.v / b.v; }
 
   /// Per lane: mask ? a : b, where mask lanes are all ones or all zeros.
-  static Vec4f Select(Mask mask, Vec4f a, Vec4f b) {
-    return mask ? a.v : b.v;
-  }
-  friend Mask operator<(Vec4f a, Vec4f b) { return a.v < b.v; }
-  friend Mask operator<=(Vec4f a, Vec4f b) { return a.v <= b.v; }
-  friend Mask operator>(Vec4f a, Vec4f b) { return a.v > b.v; }
-  friend Mask operator>=(Vec4f a, Vec4f b) { return a.v >= b.v; }
+  static VecNf Select(const Mask& mask, const VecNf& a, const VecNf& b) { return mask ? a.v : b.v; }
+  friend Mask operator<(const VecNf& a, const VecNf& b) { return a.v < b.v; }
+  friend Mask operator<=(const VecNf& a, const VecNf& b) { return a.v <= b.v; }
+  friend Mask operator>(const VecNf& a, const VecNf& b) { return a.v > b.v; }
+  friend Mask operator>=(const VecNf& a, const VecNf& b) { return a.v >= b.v; }
   /// Lane-wise minimum and maximum with the scalar rule `a < b ? a : b` (NaN in a gives b).
-  static Vec4f Min(Vec4f a, Vec4f b) { return a.v < b.v ? a.v : b.v; }
-  static Vec4f Max(Vec4f a, Vec4f b) { return a.v > b.v ? a.v : b.v; }
+  static VecNf Min(const VecNf& a, const VecNf& b) { return a.v < b.v ? a.v : b.v; }
+  static VecNf Max(const VecNf& a, const VecNf& b) { return a.v > b.v ? a.v : b.v; }
 };
+
+using Vec4f = VecNf<4>;
+using Vec8f = VecNf<8>;
+
+/// QRN_WIDE_TARGET marks a row function compiled for 256-bit vectors (AVX2 on x86-64) with
+/// every helper it calls inlined into it, so that Vec8f code inside runs on ymm registers.
+/// Such a function may only be called when WideVectors() is true; callers choose once per
+/// call between it and the four-wide function. No FMA is enabled, so a product followed by
+/// a sum is still rounded twice, as on the four-wide path.
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+#define QRN_WIDE_TARGET __attribute__((target("avx2"), flatten))
+#define QRN_HAVE_WIDE_TARGET 1
+#else
+#define QRN_WIDE_TARGET
+#define QRN_HAVE_WIDE_TARGET 0
+#endif
+
+namespace qrn::simd {
+
+/// -1: detect; 0: wide row functions off; 1: on when the processor has them.
+inline std::atomic<int> g_wideMode{-1};
+
+/// True when the QRN_WIDE_TARGET row functions can run (the processor has AVX2) and have not
+/// been turned off with SetWideVectors(0).
+inline bool WideVectors() {
+#if QRN_HAVE_WIDE_TARGET
+  static const bool native = __builtin_cpu_supports("avx2");
+  return native && g_wideMode.load(std::memory_order_relaxed) != 0;
+#else
+  return false;
+#endif
+}
+
+/// Turns the wide row functions off (0) or back to detection (any other value), so that tests
+/// can run the four-wide and the eight-wide variants on one machine.
+inline void SetWideVectors(int mode) { g_wideMode.store(mode == 0 ? 0 : -1, std::memory_order_relaxed); }
+
+}  // namespace qrn::simd

@@ -5,6 +5,7 @@
 #include <array>
 #include <cmath>
 #include <cstring>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -65,10 +66,10 @@ int Gather(float** l, const Columns& c, int type, T* v, int& centre) {
   }
 }
 
-/// Same order for four interior columns at offset i from the line pointers (no flipping).
-template <int Type>
-void GatherVec(float* const* l, int i, Vec4f* v) {
-  auto at = [&](int r, int o) { return Vec4f::Load(l[r] + i + o); };
+/// Same order for V::kWidth interior columns at offset i from the line pointers (no flipping).
+template <int Type, class V>
+inline void GatherVec(float* const* l, int i, V* v) {
+  auto at = [&](int r, int o) { return V::Load(l[r] + i + o); };
   if constexpr (Type == 0) {
     v[0] = at(0, 0), v[1] = at(1, -1), v[2] = at(1, 0), v[3] = at(1, 1), v[4] = at(2, 0);
   } else if constexpr (Type == 1) {
@@ -145,21 +146,21 @@ constexpr Network SelectNetwork(int n, int k) {
   return out;
 }
 
-template <int A, int B, int Kind>
-inline void Apply(Vec4f* v) {
+template <int A, int B, int Kind, class V>
+inline void Apply(V* v) {
   if constexpr (Kind == 0) {
-    const Vec4f lo = Vec4f::Min(v[A], v[B]);
-    v[B] = Vec4f::Max(v[A], v[B]);
+    const V lo = V::Min(v[A], v[B]);
+    v[B] = V::Max(v[A], v[B]);
     v[A] = lo;
   } else if constexpr (Kind == 1) {
-    v[A] = Vec4f::Min(v[A], v[B]);
+    v[A] = V::Min(v[A], v[B]);
   } else {
-    v[B] = Vec4f::Max(v[A], v[B]);
+    v[B] = V::Max(v[A], v[B]);
   }
 }
 
-template <int N, int K, int... I>
-inline Vec4f RunSelect(Vec4f* v, std::integer_sequence<int, I...>) {
+template <int N, int K, class V, int... I>
+inline V RunSelect(V* v, std::integer_sequence<int, I...>) {
   constexpr Network net = SelectNetwork(N, K);
   (Apply<net.ops[I].a, net.ops[I].b, net.ops[I].kind>(v), ...);
   return v[K];
@@ -167,27 +168,45 @@ inline Vec4f RunSelect(Vec4f* v, std::integer_sequence<int, I...>) {
 
 using RowRankFn = void (*)(float* const* lines, float* dst, int begin, int end);
 
-/// Rank K of kernel Type for the interior columns [begin, end) (offsets from the line
-/// pointers), four at a time; end - begin is a multiple of 4.
-template <int Type, int N, int K>
-void RankRow(float* const* lines, float* dst, int begin, int end) {
+/// Rank K of kernel Type for the columns [i, end) (offsets from the line pointers), V::kWidth
+/// at a time while a whole vector fits; returns the first column not done.
+template <int Type, int N, int K, class V>
+inline int RankSpan(float* const* lines, float* dst, int i, int end) {
   constexpr int count = SelectNetwork(N, K).count;
-  for (int i = begin; i < end; i += 4) {
-    Vec4f v[N];
+  for (; i + V::kWidth <= end; i += V::kWidth) {
+    V v[N];
     GatherVec<Type>(lines, i, v);
     RunSelect<N, K>(v, std::make_integer_sequence<int, count>{}).Store(dst + i);
   }
+  return i;
 }
 
-template <int Type, int N, int... K>
+/// Rank K of kernel Type for the interior columns [begin, end), four at a time; end - begin
+/// is a multiple of 4.
+template <int Type, int N, int K>
+void RankRow(float* const* lines, float* dst, int begin, int end) {
+  RankSpan<Type, N, K, Vec4f>(lines, dst, begin, end);
+}
+
+/// The same, eight columns at a time and the last four, if any, four-wide.
+template <int Type, int N, int K>
+QRN_WIDE_TARGET void RankRowWide(float* const* lines, float* dst, int begin, int end) {
+  RankSpan<Type, N, K, Vec4f>(lines, dst, RankSpan<Type, N, K, Vec8f>(lines, dst, begin, end), end);
+}
+
+template <int Type, int N, bool Wide, int... K>
 constexpr std::array<RowRankFn, N> RankTable(std::integer_sequence<int, K...>) {
-  return {&RankRow<Type, N, K>...};
+  if constexpr (Wide)
+    return {&RankRowWide<Type, N, K>...};
+  else
+    return {&RankRow<Type, N, K>...};
 }
 
-RowRankFn RankRowFn(int type, int rank) {
-  static constexpr auto t0 = RankTable<0, 5>(std::make_integer_sequence<int, 5>{});
-  static constexpr auto t1 = RankTable<1, 9>(std::make_integer_sequence<int, 9>{});
-  static constexpr auto t2 = RankTable<2, 21>(std::make_integer_sequence<int, 21>{});
+template <bool Wide>
+RowRankFn RankRowFnOf(int type, int rank) {
+  static constexpr auto t0 = RankTable<0, 5, Wide>(std::make_integer_sequence<int, 5>{});
+  static constexpr auto t1 = RankTable<1, 9, Wide>(std::make_integer_sequence<int, 9>{});
+  static constexpr auto t2 = RankTable<2, 21, Wide>(std::make_integer_sequence<int, 21>{});
   switch (type) {
     case 0: return t0[static_cast<size_t>(rank)];
     case 1: return t1[static_cast<size_t>(rank)];
@@ -196,47 +215,162 @@ RowRankFn RankRowFn(int type, int rank) {
   }
 }
 
-/// Median of the 3x3 square, four interior columns at a time: each column of three is sorted
-/// once, and the median of nine is the median of (largest low, median of the middles,
-/// smallest high) of three neighbouring sorted columns: the same value a sort gives.
-void Median9Row(float* const* l, float* dst, int begin, int end) {
-  thread_local std::vector<float> buf;
+/// One sample with the vector types' Min and Max, so that the selection networks also run on
+/// single samples: the edge columns of the vector path get the same values as its interior.
+struct Lane {
+  float v;
+  Lane() : v(0.0f) {}
+  Lane(float f) : v(f) {}  // NOLINT
+  static Lane Min(Lane a, Lane b) { return a.v < b.v ? a : b; }
+  static Lane Max(Lane a, Lane b) { return a.v > b.v ? a : b; }
+};
+
+using EdgeRankFn = float (*)(Lane* v);
+
+template <int N, int K>
+float SelectOne(Lane* v) {
+  return RunSelect<N, K>(v, std::make_integer_sequence<int, SelectNetwork(N, K).count>{}).v;
+}
+
+template <int N, int... K>
+constexpr std::array<EdgeRankFn, N> EdgeTable(std::integer_sequence<int, K...>) {
+  return {&SelectOne<N, K>...};
+}
+
+/// rank-th smallest of the samples of kernel type, gathered in Gather's order.
+EdgeRankFn EdgeRankFnOf(int type, int rank) {
+  static constexpr auto t0 = EdgeTable<5>(std::make_integer_sequence<int, 5>{});
+  static constexpr auto t1 = EdgeTable<9>(std::make_integer_sequence<int, 9>{});
+  static constexpr auto t2 = EdgeTable<21>(std::make_integer_sequence<int, 21>{});
+  switch (type) {
+    case 0: return t0[static_cast<size_t>(rank)];
+    case 1: return t1[static_cast<size_t>(rank)];
+    case 2: return t2[static_cast<size_t>(rank)];
+    default: return nullptr;
+  }
+}
+
+/// Columns per block of the two-pass row functions: their column buffers stay in the L1
+/// cache and need no allocation.
+constexpr int kBlock = 512;
+
+/// Sorts a, b, c into ascending order with three compare-exchanges.
+template <class T, class Mn, class Mx>
+inline void Sort3(T& a, T& b, T& c, Mn mn, Mx mx) {
+  T t = mn(a, b);
+  b = mx(a, b), a = t;
+  t = mn(b, c);
+  c = mx(b, c), b = t;
+  t = mn(a, b);
+  b = mx(a, b), a = t;
+}
+
+/// Median of three values.
+template <class W>
+inline W Med3(const W& a, const W& b, const W& c) {
+  return W::Max(W::Min(a, b), W::Min(W::Max(a, b), c));
+}
+
+/// Median of the 3x3 square for the columns [begin, end) of one block: each column of three
+/// is sorted once into lo, mi, hi (columns begin-1 .. end), and the median of nine is the
+/// median of (largest low, median of the middles, smallest high) of three neighbouring
+/// sorted columns: the same value a sort gives.
+template <class V>
+inline void Median9Block(float* const* l, float* dst, int begin, int end) {
+  float lo[kBlock + 2], mi[kBlock + 2], hi[kBlock + 2];
   const int n = end - begin + 2;  // columns begin-1 .. end
-  buf.resize(static_cast<size_t>(3 * n));
-  float *lo = buf.data(), *mi = lo + n, *hi = mi + n;
-  auto sort3 = [](auto& a, auto& b, auto& c, auto mn, auto mx) {
-    auto t = mn(a, b);
-    b = mx(a, b), a = t;
-    t = mn(b, c);
-    c = mx(b, c), b = t;
-    t = mn(a, b);
-    b = mx(a, b), a = t;
-  };
   const float* r0 = l[0] + begin - 1;
   const float* r1 = l[1] + begin - 1;
   const float* r2 = l[2] + begin - 1;
   int c = 0;
-  for (; c + 4 <= n; c += 4) {
-    Vec4f a = Vec4f::Load(r0 + c), b = Vec4f::Load(r1 + c), d = Vec4f::Load(r2 + c);
-    sort3(a, b, d, Vec4f::Min, Vec4f::Max);
+  for (; c + V::kWidth <= n; c += V::kWidth) {
+    V a = V::Load(r0 + c), b = V::Load(r1 + c), d = V::Load(r2 + c);
+    Sort3(a, b, d, V::Min, V::Max);
     a.Store(lo + c), b.Store(mi + c), d.Store(hi + c);
   }
   auto fmin = [](float x, float y) { return x < y ? x : y; };
   auto fmax = [](float x, float y) { return x > y ? x : y; };
   for (; c < n; ++c) {
     float a = r0[c], b = r1[c], d = r2[c];
-    sort3(a, b, d, fmin, fmax);
+    Sort3(a, b, d, fmin, fmax);
     lo[c] = a, mi[c] = b, hi[c] = d;
   }
-  auto med3 = [](Vec4f a, Vec4f b, Vec4f d) {
-    return Vec4f::Max(Vec4f::Min(a, b), Vec4f::Min(Vec4f::Max(a, b), d));
+  auto row = [&](const auto& w, int i) {
+    using W = std::decay_t<decltype(w)>;
+    auto at = [&](const float* r, int k) { return W::Load(r + i + k); };
+    const W low = W::Max(W::Max(at(lo, 0), at(lo, 1)), at(lo, 2));
+    const W high = W::Min(W::Min(at(hi, 0), at(hi, 1)), at(hi, 2));
+    Med3(low, Med3(at(mi, 0), at(mi, 1), at(mi, 2)), high).Store(dst + begin + i);
   };
-  for (int i = 0; i < end - begin; i += 4) {
-    auto at = [&](const float* row, int k) { return Vec4f::Load(row + i + k); };
-    const Vec4f low = Vec4f::Max(Vec4f::Max(at(lo, 0), at(lo, 1)), at(lo, 2));
-    const Vec4f high = Vec4f::Min(Vec4f::Min(at(hi, 0), at(hi, 1)), at(hi, 2));
-    med3(low, med3(at(mi, 0), at(mi, 1), at(mi, 2)), high).Store(dst + begin + i);
-  }
+  int i = 0;
+  for (; i + V::kWidth <= end - begin; i += V::kWidth) row(V(), i);
+  for (; i < end - begin; i += 4) row(Vec4f(), i);
+}
+
+/// Minimum (Max false) or maximum (Max true) of the 3x3 square for the columns [begin, end)
+/// of one block: the square is a rectangle, so the extreme of its nine samples is the
+/// extreme of the three column extremes, each column's taken once and shared by three
+/// neighbouring outputs.
+template <bool Max, class V>
+inline void Extreme9Block(float* const* l, float* dst, int begin, int end) {
+  float col[kBlock + 2];
+  const int n = end - begin + 2;  // columns begin-1 .. end
+  const float* r0 = l[0] + begin - 1;
+  const float* r1 = l[1] + begin - 1;
+  const float* r2 = l[2] + begin - 1;
+  auto pick = [](const auto& a, const auto& b) {
+    using W = std::decay_t<decltype(a)>;
+    if constexpr (Max)
+      return W::Max(a, b);
+    else
+      return W::Min(a, b);
+  };
+  int c = 0;
+  for (; c + V::kWidth <= n; c += V::kWidth) pick(pick(V::Load(r0 + c), V::Load(r1 + c)), V::Load(r2 + c)).Store(col + c);
+  auto one = [](float a, float b) {
+    if constexpr (Max)
+      return a > b ? a : b;
+    else
+      return a < b ? a : b;
+  };
+  for (; c < n; ++c) col[c] = one(one(r0[c], r1[c]), r2[c]);
+  auto row = [&](const auto& w, int i) {
+    using W = std::decay_t<decltype(w)>;
+    pick(pick(W::Load(col + i), W::Load(col + i + 1)), W::Load(col + i + 2)).Store(dst + begin + i);
+  };
+  int i = 0;
+  for (; i + V::kWidth <= end - begin; i += V::kWidth) row(V(), i);
+  for (; i < end - begin; i += 4) row(Vec4f(), i);
+}
+
+/// Runs a block function over [begin, end) in blocks of at most kBlock columns (multiples of 4).
+template <class Block>
+inline void Blocks(float* const* l, float* dst, int begin, int end, Block block) {
+  for (int b = begin; b < end; b += kBlock) block(l, dst, b, std::min(end, b + kBlock));
+}
+
+void Median9Row(float* const* l, float* dst, int begin, int end) { Blocks(l, dst, begin, end, Median9Block<Vec4f>); }
+QRN_WIDE_TARGET void Median9RowWide(float* const* l, float* dst, int begin, int end) {
+  Blocks(l, dst, begin, end, Median9Block<Vec8f>);
+}
+template <bool Max>
+void Extreme9Row(float* const* l, float* dst, int begin, int end) {
+  Blocks(l, dst, begin, end, Extreme9Block<Max, Vec4f>);
+}
+template <bool Max>
+QRN_WIDE_TARGET void Extreme9RowWide(float* const* l, float* dst, int begin, int end) {
+  Blocks(l, dst, begin, end, Extreme9Block<Max, Vec8f>);
+}
+
+/// The vector row function for rank `rank` (already clamped) of kernel type, or null for
+/// kernels without one: the eight-wide variant when the processor runs it.
+RowRankFn RankRowFn(int type, int rank) {
+  const bool wide = qrn::simd::WideVectors();
+  const int n = CImgFilter::GetSampleCount(type);
+  if (type == 1 && rank == n / 2) return wide ? &Median9RowWide : &Median9Row;
+  if (type == 1 && rank == 0) return wide ? &Extreme9RowWide<false> : &Extreme9Row<false>;
+  if (type == 1 && rank == n - 1) return wide ? &Extreme9RowWide<true> : &Extreme9Row<true>;
+  return wide ? RankRowFnOf<true>(type, rank) : RankRowFnOf<false>(type, rank);
 }
 
 /// Float sum of the neighbours (centre excluded) in gather order, four interior columns.
@@ -298,6 +432,33 @@ void SplitRow(float** lines, int lineCount, int left, int right, int width, int 
     x = end;
   }
   for (; x < right; ++x) one(x);
+}
+
+
+/// The rank filters' rows: rank (already clamped) of kernel type. The vector path runs the
+/// row function on the interior columns and the same selection network on one sample at a
+/// time at the edges; the scalar path sorts each neighbourhood.
+void RankFilter(CImgFilter& dst, int type, int rank, COrbImage* work, CRect* rect, int titleId, int progress) {
+  const int radius = CImgFilter::GetMinMaxR(type), width = dst.GetWidth();
+  const bool vector = (CQrnSys::SIMD() & 2) && radius > 0;
+  const RowRankFn vec = vector ? RankRowFn(type, rank) : nullptr;
+  const EdgeRankFn edge = vector ? EdgeRankFnOf(type, rank) : nullptr;
+  RunRows(dst, work, rect, radius, titleId, progress, 0, dst.GetPlanes(), [&](int, float** lines, float* out, int left,
+                                                                               int right) {
+    SplitRow(
+        lines, 2 * radius + 1, left, right, width, radius, vector,
+        [&](int x, float** at) {
+          if (edge) {
+            Lane v[kMaxSamples];
+            int centre = 0;
+            Gather(at, Columns(x, width), type, v, centre);
+            out[x - left] = edge(v);
+          } else {
+            out[x - left] = dst.GetMinMaxRaw(at, x, type, rank);
+          }
+        },
+        [&](int begin, int end) { vec(lines, out, begin, end); });
+  });
 }
 
 }  // namespace
@@ -429,28 +590,11 @@ float CImgFilter::HighPassRaw(int x, int y, int plane) {
 // ---- Filters -------------------------------------------------------------------------------
 
 void CImgFilter::MinMaxFilter(int type, int rank, COrbImage* work, CRect* rect, int progress) {
-  const int n = GetSampleCount(type), radius = GetMinMaxR(type);
-  rank = std::clamp(rank, 0, n - 1);
-  const RowRankFn vec = (CQrnSys::SIMD() & 2) ? RankRowFn(type, rank) : nullptr;
-  RunRows(*this, work, rect, radius, 6153, progress, 0, GetPlanes(), [&](int, float** lines, float* out, int left,
-                                                                          int right) {
-    SplitRow(
-        lines, 2 * radius + 1, left, right, GetWidth(), radius, vec != nullptr,
-        [&](int x, float** at) { out[x - left] = GetMinMaxRaw(at, x, type, rank); },
-        [&](int begin, int end) { vec(lines, out, begin, end); });
-  });
+  RankFilter(*this, type, std::clamp(rank, 0, GetSampleCount(type) - 1), work, rect, 6153, progress);
 }
 
 void CImgFilter::MedianFilter(int type, COrbImage* work, CRect* rect, int progress) {
-  const int n = GetSampleCount(type), radius = GetMedianR(type), rank = n / 2;
-  const RowRankFn vec = (CQrnSys::SIMD() & 2) ? (type == 1 ? &Median9Row : RankRowFn(type, rank)) : nullptr;
-  RunRows(*this, work, rect, radius, 6120, progress, 0, GetPlanes(), [&](int, float** lines, float* out, int left,
-                                                                         int right) {
-    SplitRow(
-        lines, 2 * radius + 1, left, right, GetWidth(), radius, vec != nullptr,
-        [&](int x, float** at) { out[x - left] = GetMedianRaw(at, x, type); },
-        [&](int begin, int end) { vec(lines, out, begin, end); });
-  });
+  RankFilter(*this, type, GetSampleCount(type) / 2, work, rect, 6120, progress);
 }
 
 void CImgFilter::LaplacianFilter(int type, COrbImage* work, CRect* rect, int progress) {

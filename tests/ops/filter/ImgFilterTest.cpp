@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "common/ImageCompare.h"
+#include "kernels/Vec4.h"
 #include "platform/QrnSys.h"
 
 using qrntest::Fill;
@@ -173,6 +174,59 @@ TEST_P(BothPaths, OtherTypesCopyTheCentreAndThreadsChangeNothing) {
   F(*one).MedianFilter(2, src.get(), nullptr, 0);
   omp_set_num_threads(threads);
   EXPECT_TRUE(ImagesNear(*many, *one, 0.0));
+}
+
+// Rows longer than the column blocks of the two-pass row functions, every rank of every
+// kernel, on the four-wide and (where the processor has it) the eight-wide row functions,
+// over the whole image and over a rectangle whose left edge is not on a vector boundary.
+TEST_P(BothPaths, EveryRankMatchesBruteForceOnLongRowsAtBothVectorWidths) {
+  auto src = Random(1101, 6, 1, 11);
+  const CRect part(3, 1, 1090, 5);
+  for (int wide : {0, 1}) {
+    qrn::simd::SetWideVectors(wide);
+    for (int type = 0; type <= 2; ++type)
+      for (int rank = 0; rank < CImgFilter::GetSampleCount(type); ++rank) {
+        auto ref = RankReference(*src, type, rank);
+        auto dst = src->Clone();
+        F(*dst).MinMaxFilter(type, rank, src.get(), nullptr, 0);
+        EXPECT_TRUE(ImagesNear(*dst, *ref, 0.0)) << "wide " << wide << " type " << type << " rank " << rank;
+
+        auto clipped = src->Clone();
+        CRect r = part;
+        F(*clipped).MinMaxFilter(type, rank, src.get(), &r, 0);
+        int wrong = 0;
+        for (int y = 0; y < 6; ++y)
+          for (int x = 0; x < 1101; ++x) {
+            const bool in = x >= 3 && x < 1090 && y >= 1 && y < 5;
+            wrong += clipped->GetPixelGrayRaw(x, y, 0) != (in ? *ref : *src).GetPixelGrayRaw(x, y, 0);
+          }
+        EXPECT_EQ(wrong, 0) << "wide " << wide << " type " << type << " rank " << rank;
+      }
+  }
+  qrn::simd::SetWideVectors(-1);
+}
+
+// A lone bright pixel: erosion removes it, dilation spreads it over exactly the kernel's
+// shape (the cross and the 5x5 square without corners are not rectangles).
+TEST_P(BothPaths, ErosionAndDilationFollowTheKernelShape) {
+  for (int wide : {0, 1}) {
+    qrn::simd::SetWideVectors(wide);
+    for (int type = 0; type <= 2; ++type) {
+      COrbImage img(-32, 40, 9, 1);
+      Fill(img, [](int x, int y, int) { return x == 20 && y == 4 ? 7.0f : 1.0f; });
+      auto dilated = img.Clone(), eroded = img.Clone();
+      F(*dilated).MinMaxFilter(type, 99, &img, nullptr, 0);  // rank clamped to n-1
+      F(*eroded).MinMaxFilter(type, -3, &img, nullptr, 0);   // rank clamped to 0
+      for (int y = 0; y < 9; ++y)
+        for (int x = 0; x < 40; ++x) {
+          const int ax = std::abs(x - 20), ay = std::abs(y - 4);
+          const bool in = type == 0 ? ax + ay <= 1 : type == 1 ? ax <= 1 && ay <= 1 : ax <= 2 && ay <= 2 && ax + ay <= 3;
+          EXPECT_EQ(dilated->GetPixelGrayRaw(x, y, 0), in ? 7.0f : 1.0f) << type << " " << x << "," << y;
+          EXPECT_EQ(eroded->GetPixelGrayRaw(x, y, 0), 1.0f) << type << " " << x << "," << y;
+        }
+    }
+  }
+  qrn::simd::SetWideVectors(-1);
 }
 
 TEST(ImgFilterRect, ClippedEmptyAndInvertedRectangles) {
