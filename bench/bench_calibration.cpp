@@ -29,6 +29,9 @@ struct Frames {
         }
       }
     for (int p = 0; p < planes; ++p) lo[p] = 0.9f, hi[p] = 1.1f, mean[p] = 1.0f;
+    // Gradient mode 1 reads the light's stored minimum; the light is only read there, so it
+    // is measured once here and not inside the timed loop.
+    light->CalcMinMax();
   }
   std::vector<cv::Mat> Mats(const COrbImage& image) const {
     std::vector<cv::Mat> mats;
@@ -79,7 +82,21 @@ void CvDark(Mats& m) {
 void Flat(Frames& f) { f.light->FlatClbrtn(f.flat.get(), 0); }
 void FlatPedestal(Frames& f) { f.light->FlatClbrtn(f.flat.get(), 0.05f, 0.0, 0); }
 void FlatGamma(Frames& f) { f.light->FlatClbrtn(f.flat.get(), 0.05f, 1.5, 0); }
+// FlatClbrtn takes the mean of the flat's plane 0 on every call, so its peer does too.
 void CvFlat(Mats& m) {
+  const double mean = cv::mean(m.flat[0])[0];
+  for (std::size_t p = 0; p < m.light.size(); ++p) cv::divide(m.light[p], m.flat[p], m.light[p], mean);
+}
+// The flat division alone, with the flat's statistics given: the per-sample pass of the
+// pedestal and gamma forms of FlatClbrtn, whose member benchmarks also measure the flat
+// (CalcMinMax and a mean per plane) on every call.
+void FlatPassPedestal(Frames& f) {
+  f.light->DarkFlat(nullptr, nullptr, f.flat.get(), f.lo, f.hi, f.mean, 0.05f, 0.0, nullptr, 0);
+}
+void FlatPassGamma(Frames& f) {
+  f.light->DarkFlat(nullptr, nullptr, f.flat.get(), f.lo, f.hi, f.mean, 0.05f, 1.5, nullptr, 0);
+}
+void CvDivideScaled(Mats& m) {
   for (std::size_t p = 0; p < m.light.size(); ++p) cv::divide(m.light[p], m.flat[p], m.light[p], 1.0);
 }
 
@@ -91,6 +108,22 @@ void CvDarkFlat(Mats& m) {
     cv::subtract(m.light[p], m.dark[p], m.target[p]);
     cv::max(m.target[p], 0.0, m.target[p]);
     cv::divide(m.target[p], m.flat[p], m.target[p], 1.0);
+  }
+}
+
+// DarkFlat reads three frames and writes a fourth, twice the streams of the copy baseline:
+// this plain sum over the same frames on the same threads shows what that memory costs.
+void Sum3(Frames& f) {
+  const int width = f.light->GetWidth();
+  for (int p = 0; p < f.light->GetPlanes(); ++p) {
+#pragma omp parallel for schedule(static)
+    for (int y = 0; y < f.light->GetHeight(); ++y) {
+      const float* a = f.light->GetImageAdr(0, y, p);
+      const float* b = f.dark->GetImageAdr(0, y, p);
+      const float* c = f.flat->GetImageAdr(0, y, p);
+      float* d = f.target->GetImageAdr(0, y, p, 0);
+      for (int x = 0; x < width; ++x) d[x] = a[x] + b[x] + c[x];
+    }
   }
 }
 
@@ -123,7 +156,6 @@ void Gradient(Frames& f) {
 void Parabolic(Frames& f) {
   CPoint c[3] = {{2048, 2048}, {2048, 2048}, {2048, 2048}};
   double k[3] = {-1e-5, -1e-5, -1e-5}, level[3] = {1000, 1000, 1000}, floor[3] = {0, 0, 0};
-  f.light->CalcMinMax();
   static_cast<CImgFlat&>(*f.target).DoParabolic(f.light.get(), c, k, level, floor, 1, nullptr, 0);
 }
 
@@ -137,8 +169,12 @@ const int kRegistered = [] {
     Register("BM_FlatClbrtn" + s, planes, Flat);
     Register("BM_FlatClbrtnPedestal" + s, planes, FlatPedestal);
     Register("BM_FlatClbrtnGamma" + s, planes, FlatGamma);
-    RegisterCv("BM_CvDivideFlat" + s, planes, CvFlat);
+    RegisterCv("BM_CvMeanDivideFlat" + s, planes, CvFlat);
+    Register("BM_FlatPassPedestal" + s, planes, FlatPassPedestal);
+    Register("BM_FlatPassGamma" + s, planes, FlatPassGamma);
+    RegisterCv("BM_CvDivide" + s, planes, CvDivideScaled);
     Register("BM_DarkFlat" + s, planes, DarkFlat);
+    Register("BM_Sum3SameBytesAsDarkFlat" + s, planes, Sum3);
     RegisterCv("BM_CvSubtractMaxDivide" + s, planes, CvDarkFlat);
     Register("BM_CalculationSubtractClip" + s, planes, Subtract);
     RegisterCv("BM_CvSubtractMax" + s, planes, CvSubtract);
