@@ -1,66 +1,78 @@
-// Four- and eight-wide single-precision vectors for the row functions of per-sample operations.
+// Four- and eight-wide float vectors and four-wide double vectors for the row functions of per-sample operations.
 #pragma once
 #include <atomic>
 #include <cstring>
 
-/// @brief N floats processed together (N = 4 or 8). Built on the compiler's vector
-/// extension, so the same code gives packed instructions on x86-64 and AArch64: 128-bit for
-/// Vec4f; 256-bit for Vec8f inside QRN_WIDE_TARGET functions. Loads and stores are unaligned;
-/// a row loop runs `x + N <= n` and finishes the tail with a narrower or scalar helper. Every
-/// operation is exact (min, max, compare, select) or lane-wise IEEE float arithmetic, so the
-/// widths give the same values.
-template <int N>
+/// Vector-extension types of each lane type and width.
+template <class T, int N>
 struct VecRaw;
 template <>
-struct VecRaw<4> {
+struct VecRaw<float, 4> {
   typedef float Raw __attribute__((vector_size(16)));
   typedef int Mask __attribute__((vector_size(16)));
 };
 template <>
-struct VecRaw<8> {
+struct VecRaw<float, 8> {
   typedef float Raw __attribute__((vector_size(32)));
   typedef int Mask __attribute__((vector_size(32)));
 };
+template <>
+struct VecRaw<double, 4> {
+  typedef double Raw __attribute__((vector_size(32)));
+  typedef long long Mask __attribute__((vector_size(32)));
+};
 
-template <int N>
-struct VecNf {
-  using Raw = typename VecRaw<N>::Raw;
-  using Mask = typename VecRaw<N>::Mask;
+/// @brief N lanes of T processed together: Vec4f, Vec8f, Vec4d. Built on the compiler's vector
+/// extension, so the same code gives packed instructions on x86-64 and AArch64: 128-bit for
+/// Vec4f; 256-bit for Vec8f inside QRN_WIDE_TARGET functions. Loads and stores are unaligned;
+/// a row loop runs `x + N <= n` and finishes the tail with a narrower or scalar helper. Every
+/// operation is exact (min, max, compare, select) or lane-wise IEEE arithmetic rounded as
+/// the scalar type is, so the widths give the same values.
+template <class T, int N>
+struct VecN {
+  using Raw = typename VecRaw<T, N>::Raw;
+  using Mask = typename VecRaw<T, N>::Mask;
   static constexpr int kWidth = N;
   Raw v;
 
-  VecNf() : v{} {}
-  VecNf(const Raw& r) : v(r) {}  // NOLINT
-  explicit VecNf(float s) {
+  VecN() : v{} {}
+  VecN(const Raw& r) : v(r) {}  // NOLINT
+  explicit VecN(T s) {
     for (int i = 0; i < N; ++i) v[i] = s;
   }
 
-  static VecNf Load(const float* p) {
+  static VecN Load(const T* p) {
     Raw r;
     std::memcpy(&r, p, sizeof r);
     return r;
   }
-  void Store(float* p) const { std::memcpy(p, &v, sizeof v); }
-  float operator[](int i) const { return v[i]; }
+  void Store(T* p) const { std::memcpy(p, &v, sizeof v); }
+  T operator[](int i) const { return v[i]; }
 
-  friend VecNf operator+(const VecNf& a, const VecNf& b) { return a.v + b.v; }
-  friend VecNf operator-(const VecNf& a, const VecNf& b) { return a.v - b.v; }
-  friend VecNf operator*(const VecNf& a, const VecNf& b) { return a.v * b.v; }
-  friend VecNf operator/(const VecNf& a, const VecNf& b) { return a.v / b.v; }
+  friend VecN operator+(const VecN& a, const VecN& b) { return a.v + b.v; }
+  friend VecN operator-(const VecN& a, const VecN& b) { return a.v - b.v; }
+  friend VecN operator*(const VecN& a, const VecN& b) { return a.v * b.v; }
+  friend VecN operator/(const VecN& a, const VecN& b) { return a.v / b.v; }
 
   /// Per lane: mask ? a : b, where mask lanes are all ones or all zeros.
-  static VecNf Select(const Mask& mask, const VecNf& a, const VecNf& b) { return mask ? a.v : b.v; }
-  friend Mask operator<(const VecNf& a, const VecNf& b) { return a.v < b.v; }
-  friend Mask operator<=(const VecNf& a, const VecNf& b) { return a.v <= b.v; }
-  friend Mask operator>(const VecNf& a, const VecNf& b) { return a.v > b.v; }
-  friend Mask operator>=(const VecNf& a, const VecNf& b) { return a.v >= b.v; }
+  static VecN Select(const Mask& mask, const VecN& a, const VecN& b) { return mask ? a.v : b.v; }
+  friend Mask operator<(const VecN& a, const VecN& b) { return a.v < b.v; }
+  friend Mask operator<=(const VecN& a, const VecN& b) { return a.v <= b.v; }
+  friend Mask operator>(const VecN& a, const VecN& b) { return a.v > b.v; }
+  friend Mask operator>=(const VecN& a, const VecN& b) { return a.v >= b.v; }
   /// Lane-wise minimum and maximum with the scalar rule `a < b ? a : b` (NaN in a gives b).
-  static VecNf Min(const VecNf& a, const VecNf& b) { return a.v < b.v ? a.v : b.v; }
-  static VecNf Max(const VecNf& a, const VecNf& b) { return a.v > b.v ? a.v : b.v; }
+  static VecN Min(const VecN& a, const VecN& b) { return a.v < b.v ? a.v : b.v; }
+  static VecN Max(const VecN& a, const VecN& b) { return a.v > b.v ? a.v : b.v; }
 };
 
-using Vec4f = VecNf<4>;
-using Vec8f = VecNf<8>;
+using Vec4f = VecN<float, 4>;
+using Vec8f = VecN<float, 8>;
+using Vec4d = VecN<double, 4>;
+
+/// Lane-wise conversion between four floats and four doubles (float to double is exact;
+/// double to float rounds each lane as a scalar static_cast does).
+inline Vec4d ToDouble(const Vec4f& f) { return __builtin_convertvector(f.v, Vec4d::Raw); }
+inline Vec4f ToFloat(const Vec4d& d) { return __builtin_convertvector(d.v, Vec4f::Raw); }
 
 /// QRN_WIDE_TARGET marks a row function compiled for 256-bit vectors (AVX2 on x86-64) with
 /// every helper it calls inlined into it, so that Vec8f code inside runs on ymm registers.

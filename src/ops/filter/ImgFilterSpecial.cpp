@@ -7,9 +7,11 @@
 
 #include "core/LineLoop.h"
 #include "kernels/FilterMatrix.h"
+#include "kernels/Vec4.h"
 #include "ops/filter/BlurRows.h"
 #include "ops/level/ImgAutoLevel.h"
 #include "platform/Diagnostics.h"
+#include "platform/QrnSys.h"
 
 using namespace qrn::filter;
 
@@ -58,10 +60,43 @@ struct DDPlane {
   bool gamma = false, usable = false;
 };
 
+/// Development without gamma of pixels [0, n) of a row, four at a time, from the work pixels
+/// and the blur of plane q: the same float and double steps, in the same order, as
+/// DigitalDvlp2's per-pixel function; lanes whose divisor is not positive keep the work
+/// pixel. Returns the first pixel not done (the caller finishes the row one pixel at a time).
+inline int DevelopSpan(const DDPlane& c, const DDPlane& q, const float* src, const float* blur, float* dst, int n) {
+  const Vec4f qlo(q.lo), qs(q.s), lo(c.lo), s(c.s), offset(c.offset), mult(c.mult), zero(0.0f);
+  const Vec4d k255(255.0), range(c.range), low(c.low);
+  int i = 0;
+  for (; i + 4 <= n; i += 4) {
+    const Vec4f b = (Vec4f::Load(blur + i) - qlo) * qs;
+    const Vec4f rb = ToFloat(ToDouble(b) / k255 * range + low);
+    const Vec4f d = (rb - lo) * s + offset;
+    const Vec4f v = Vec4f::Load(src + i);
+    Vec4f::Select(d > zero, ((v - lo) * s / d) * mult / s + lo, v).Store(dst + i);
+  }
+  return i;
+}
+
+using DevelopRowFn = int (*)(const DDPlane& c, const DDPlane& q, const float* src, const float* blur, float* dst,
+                             int n);
+
+QRN_WIDE_TARGET int DevelopSpanWide(const DDPlane& c, const DDPlane& q, const float* src, const float* blur,
+                                    float* dst, int n) {
+  return DevelopSpan(c, q, src, blur, dst, n);
+}
+
+/// The vector row of development without gamma for this processor, or null for the scalar path.
+DevelopRowFn DevelopRow() {
+  if (!(CQrnSys::SIMD() & 2)) return nullptr;
+  return qrn::simd::WideVectors() ? &DevelopSpanWide : &DevelopSpan;
+}
+
 /// The two development passes share everything but the per-pixel arithmetic.
 template <class Pixel>
 void RunDevelopment(CImgFilterSpecial& image, double* gamma, COrbImage* work, int* filterPlane, float* gLow,
-                    float* gRange, float* offset, float* mult, CRect* rect, int progress, Pixel pixel) {
+                    float* gRange, float* offset, float* mult, CRect* rect, int progress, Pixel pixel,
+                    DevelopRowFn fastRow = nullptr) {
   WorkOffset off;
   if (!UsableDDWork(image, work, off)) return;
   const int planes = image.GetPlanes();
@@ -101,7 +136,9 @@ void RunDevelopment(CImgFilterSpecial& image, double* gamma, COrbImage* work, in
     } else {
       for (int i = 0; i < 3; ++i) BlurRow(image, i, xw, yw, n, blurRows[i]);
     }
-    for (int i = 0; i < n; ++i) {
+    // The vector row serves planes without gamma blurred from one plane.
+    int i = fastRow && q < 3 && !c.gamma ? fastRow(c, k[q], src, blurRows[0], dst, n) : 0;
+    for (; i < n; ++i) {
       double b;
       if (q < 3)
         b = (blurRows[0][i] - k[q].lo) * k[q].s;
@@ -169,7 +206,8 @@ void CImgFilterSpecial::DigitalDvlp2(int enable, double* gamma, COrbImage* work,
                    const float d = (rb - c.lo) * c.s + c.offset;
                    if (d > 0.0f) v = ((v - c.lo) * c.s / d) * c.mult / c.s + c.lo;
                    return v;
-                 });
+                 },
+                 enable ? DevelopRow() : nullptr);
 }
 
 void CImgFilterSpecial::DigitalDvlpGmAftrDdp(int enable, double* gamma, COrbImage* work, int* filterPlane,

@@ -9,8 +9,10 @@
 #include <vector>
 
 #include "common/ImageCompare.h"
+#include "kernels/Vec4.h"
 #include "ops/filter/ImgFilter.h"
 #include "platform/Diagnostics.h"
+#include "platform/QrnSys.h"
 
 namespace {
 
@@ -118,6 +120,42 @@ TEST(DigitalDevelopment, DisabledOrNonPositiveDivisorKeepsThePixelAsRead) {
   dd.RunAfter(*dst, *work);
   // This pass returns through the 0..255 scale in double: one float rounding of the value.
   EXPECT_TRUE(ImagesNear(*dst, *work, 1e-5));
+}
+
+// The pass written out pixel by pixel from its definition, on the blur the preparation built,
+// against the scalar, four-wide and eight-wide rows: every float and double rounding step is
+// the same, so the results must be equal. The offset leaves about half the divisors not
+// positive, and the width 37 leaves a tail after the vectors.
+TEST(DigitalDevelopment, VectorRowsGiveTheDefinitionsValuesExactly) {
+  auto work = MakeImage(37, 7, 1, 100.0, 900.0);
+  Fill(*work, [](int x, int y, int) { return 300.0 + 13.7 * ((x * 7 + y * 3) % 11) + 40.0 * (x / 9); });
+  for (int path = 0; path < 3; ++path) {
+    CQrnSys::SetSIMD(path == 0 ? 0 : 2);
+    qrn::simd::SetWideVectors(path == 2 ? 1 : 0);
+    auto dst = MakeImage(37, 7, 1, 100.0, 900.0);
+    Development dd;
+    dd.Prepare(*dst, *work);
+    dd.offset[0] = -100.0f;
+    dd.mult[0] = 77.25f;
+    dd.Run(*dst, *work);
+    const float lo = 100.0f, s = static_cast<float>(255.0 / 800.0);
+    int wrong = 0, kept = 0;
+    for (int y = 0; y < 7; ++y)
+      for (int x = 0; x < 37; ++x) {
+        const double b = (dst->CalcFilterProc(x, y, 0) - lo) * s;
+        const float rb = static_cast<float>(b / 255.0 * 800.0 + 100.0);
+        const float d = (rb - lo) * s + dd.offset[0];
+        float v = work->GetPixelGrayRaw(x, y, 0);
+        if (d > 0.0f) v = ((v - lo) * s / d) * dd.mult[0] / s + lo;
+        else ++kept;
+        wrong += dst->GetPixelGrayRaw(x, y, 0) != v;
+      }
+    EXPECT_EQ(wrong, 0) << "path " << path;
+    EXPECT_GT(kept, 20) << "path " << path;
+    EXPECT_LT(kept, 37 * 7 - 20) << "path " << path;
+  }
+  CQrnSys::SetSIMD(-1);
+  qrn::simd::SetWideVectors(-1);
 }
 
 TEST(DigitalDevelopment, GammaCurveMapsOnlyValuesAboveItsLowerBound) {
