@@ -1,6 +1,5 @@
 // Display bitmaps: packed 8- and 24-bit bitmaps and rendering into CMemoryDIB.
 #include <algorithm>
-#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <limits>
@@ -16,68 +15,42 @@ namespace {
 
 constexpr int kTitleRender = 6169;
 
-// The display byte of one plane. The rule is evaluated in double; a float estimate alone
-// would differ from it near byte boundaries, so each plane gets the exact threshold of every
-// byte value (the rule is monotone in the sample) and a cheap float estimate is corrected
-// against those thresholds.
+// The display byte of one plane: 0 at or below the minimum, 255 at or above the maximum,
+// else (s − min) / range × 255 truncated, evaluated in double. NaN samples and degenerate
+// windows give 0. Rows are converted in chunks whose arithmetic the compiler vectorises.
 class CDisplayBytes {
  public:
   CDisplayBytes() = default;
-  CDisplayBytes(double min, double max, double range) : m_min(min), m_max(max), m_range(range) {
-    m_minF = static_cast<float>(min);
-    m_scaleF = static_cast<float>(255.0 / range);
-    m_threshold[0] = -std::numeric_limits<float>::infinity();
-    std::uint32_t low = Key(-std::numeric_limits<float>::infinity());
-    const std::uint32_t high = Key(std::numeric_limits<float>::infinity());
-    for (int k = 1; k < 256; ++k) {
-      if (Exact(FromKey(high)) < k) {
-        m_threshold[k] = std::numeric_limits<float>::quiet_NaN();  // never reached
-        continue;
+  CDisplayBytes(double min, double max, double range) : m_min(min), m_max(max), m_range(range) {}
+
+  BYTE operator()(float s) const {
+    BYTE b;
+    Row(&s, 1, &b, 1);
+    return b;
+  }
+
+  /// out[i × step] = byte of s[i] for i in [0, n).
+  void Row(const float* s, int n, BYTE* out, int step) const {
+    constexpr int kChunk = 256;
+    int bytes[kChunk];
+    for (int x0 = 0; x0 < n; x0 += kChunk) {
+      const int m = std::min(kChunk, n - x0);
+#pragma omp simd
+      for (int i = 0; i < m; ++i) {
+        const double v = s[x0 + i];
+        double t = (v - m_min) / m_range * 255.0;
+        t = t > 0.0 ? t : 0.0;  // NaN too
+        t = t < 255.0 ? t : 255.0;
+        t = v >= m_max ? 255.0 : t;
+        t = v <= m_min ? 0.0 : t;  // tested first by the rule, so it wins on an empty window
+        bytes[i] = static_cast<int>(t);
       }
-      // Smallest float (in value order) whose byte is at least k.
-      std::uint32_t lo = low, hi = high;
-      while (lo < hi) {
-        const std::uint32_t mid = lo + (hi - lo) / 2;
-        if (Exact(FromKey(mid)) >= k) hi = mid;
-        else lo = mid + 1;
-      }
-      m_threshold[k] = FromKey(lo);
-      low = lo;
+      for (int i = 0; i < m; ++i) out[std::size_t(x0 + i) * step] = static_cast<BYTE>(bytes[i]);
     }
   }
 
-  // The rule itself: 0 at or below the minimum, 255 at or above the maximum, else
-  // (s − min) / range × 255 truncated. NaN samples and degenerate windows give 0.
-  BYTE Exact(float s) const {
-    const double v = s;
-    if (v <= m_min) return 0;
-    if (v >= m_max) return 255;
-    const double t = (v - m_min) / m_range * 255.0;
-    if (!(t > 0)) return 0;
-    return t >= 255.0 ? 255 : static_cast<BYTE>(t);
-  }
-
-  BYTE operator()(float s) const {
-    const float e = (s - m_minF) * m_scaleF;
-    int k = e > 0 ? (e < 255 ? static_cast<int>(e) : 255) : 0;
-    while (k < 255 && s >= m_threshold[k + 1]) ++k;
-    while (k > 0 && !(s >= m_threshold[k])) --k;
-    return static_cast<BYTE>(k);
-  }
-
  private:
-  // Float bit patterns reordered so that integer order is value order (NaN excluded).
-  static std::uint32_t Key(float f) {
-    const auto u = std::bit_cast<std::uint32_t>(f);
-    return (u & 0x80000000u) ? ~u : (u | 0x80000000u);
-  }
-  static float FromKey(std::uint32_t k) {
-    return std::bit_cast<float>((k & 0x80000000u) ? (k & 0x7fffffffu) : ~k);
-  }
-
   double m_min = 0, m_max = 0, m_range = 0;
-  float m_minF = 0, m_scaleF = 0;
-  float m_threshold[256] = {};
 };
 
 // Byte rules of planes 0, 1, 2 (a grey image repeats plane 0).
@@ -96,23 +69,21 @@ struct CPlaneBytes {
 // Writes the blue, green, red bytes of image line y, columns [x0, x1), `step` bytes apart.
 void RenderBgr(const COrbImage& image, const CPlaneBytes& bytes, int y, int x0, int x1, BYTE* out, int step) {
   const int color = image.GetPlanes() >= 3;
-  const float* r = image.GetImageAdr(0, y, 0);
+  const int n = x1 - x0;
+  if (n <= 0) return;
+  const float* r = image.GetImageAdr(x0, y, 0);
   if (!color) {
-    for (int x = x0; x < x1; ++x, out += step) out[0] = out[1] = out[2] = bytes.plane[0](r[x]);
+    bytes.plane[0].Row(r, n, out, step);
+    for (int i = 0; i < n; ++i, out += step) out[1] = out[2] = out[0];
     return;
   }
-  const float* g = image.GetImageAdr(0, y, 1);
-  const float* b = image.GetImageAdr(0, y, 2);
-  for (int x = x0; x < x1; ++x, out += step) {
-    out[0] = bytes.plane[2](b[x]);
-    out[1] = bytes.plane[1](g[x]);
-    out[2] = bytes.plane[0](r[x]);
-  }
+  bytes.plane[2].Row(image.GetImageAdr(x0, y, 2), n, out, step);
+  bytes.plane[1].Row(image.GetImageAdr(x0, y, 1), n, out + 1, step);
+  bytes.plane[0].Row(r, n, out + 2, step);
 }
 
 void RenderGrey(const COrbImage& image, const CDisplayBytes& bytes, int y, int x0, int x1, BYTE* out) {
-  const float* s = image.GetImageAdr(0, y, 0);
-  for (int x = x0; x < x1; ++x) *out++ = bytes(s[x]);
+  if (x1 > x0) bytes.Row(image.GetImageAdr(x0, y, 0), x1 - x0, out, 1);
 }
 
 // Palette of the area's colours and each pixel's index in it; false when memory runs out.

@@ -9,6 +9,8 @@
 #include <utility>
 
 namespace {
+constexpr std::size_t kHugePageSize = std::size_t(2) << 20;
+
 // An unlinked file in directory, sized to size bytes; -1 on failure.
 int MakeTemporaryFile(std::size_t size, const char* directory) {
   std::string pattern = std::string(directory && *directory ? directory : "/tmp") + "/qrnimg-store-XXXXXX";
@@ -50,6 +52,9 @@ bool CMappedMemory::Allocate(std::size_t size, bool fileBacked, const char* dire
     p = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
   }
   if (p == MAP_FAILED) return false;
+  // Large regions ask for huge pages: a fresh image or bitmap then takes a few hundred page
+  // faults instead of hundreds of thousands. The system may refuse; nothing depends on it.
+  if (size >= kHugePageSize) madvise(p, size, MADV_HUGEPAGE);
   m_data = p;
   m_size = size;
   m_fileBacked = fileBacked;
