@@ -30,6 +30,10 @@ class CValueReader {
  public:
   CValueReader(const COrbImage& img, int source) : m_img(img), m_source(source) {
     img.GetLuminanceScale(m_factor, m_offset);
+    for (int p = 0; p < 3 && p < img.GetPlanes(); ++p) {
+      m_min[p] = img.GetLevelMin(p);
+      m_range[p] = img.GetLevelRange(p);
+    }
   }
   template <class F>
   void Line(int y, int left, int right, F&& f) const {
@@ -38,20 +42,39 @@ class CValueReader {
       for (int x = left; x < right; ++x) f(static_cast<double>(line[x]));
       return;
     }
+    if (m_img.GetPlanes() < 3) {  // the bright value of a grey image is its plane 0
+      for (int x = left; x < right; ++x) {
+        const float* p = m_img.GetImageAdr(x, y, 0);
+        f(static_cast<double>(m_img.GetPixelBrightRaw(p, p, p)));
+      }
+      return;
+    }
     const float* r = m_img.GetImageAdr(0, y, 0);
     const float* g = m_img.GetImageAdr(0, y, 1);
     const float* b = m_img.GetImageAdr(0, y, 2);
     if (m_source == kLuma) {
       for (int x = left; x < right; ++x) f(COrbImage::CalcLuminance(m_factor, m_offset, r[x], g[x], b[x]));
     } else {
-      for (int x = left; x < right; ++x) f(static_cast<double>(m_img.GetPixelBrightRaw(r + x, g + x, b + x)));
+      for (int x = left; x < right; ++x) f(static_cast<double>(BrightRaw(r[x], g[x], b[x])));
     }
   }
 
  private:
+  // COrbImage::GetPixelBrightRaw of a colour pixel with the level window read once: each
+  // plane on its 0..255 scale as float, their bright value as float, back to plane 0's units.
+  float BrightRaw(float r, float g, float b) const {
+    const float r256 = static_cast<float>((r - m_min[0]) / m_range[0] * 255.0);
+    const float g256 = static_cast<float>((g - m_min[1]) / m_range[1] * 255.0);
+    const float b256 = static_cast<float>((b - m_min[2]) / m_range[2] * 255.0);
+    const float bright = static_cast<float>(
+        COrbImage::CalcBright(static_cast<double>(r256), static_cast<double>(g256), static_cast<double>(b256)));
+    return static_cast<float>(bright / 255.0 * m_range[0] + m_min[0]);
+  }
+
   const COrbImage& m_img;
   int m_source;
   double m_factor[3], m_offset[3];
+  double m_min[3] = {}, m_range[3] = {};
 };
 
 struct Sums {

@@ -9,6 +9,55 @@
 
 using namespace qrn::level;
 
+namespace {
+
+// The constants of one call, per plane k (and the matrix row-major).
+struct Mix {
+  double m[9], srcMin[3], srcScale[3], dstMin[3], dstScale[3], b[3], s;
+};
+
+// One line of the three planes. The tests are written as selects so that the loop has no
+// branches and the compiler can run it on vectors of doubles; the arithmetic is that of the
+// per-pixel rule in the same order.
+template <bool keepBright, bool clipBlack>
+void MixRow(const Mix& k, const float* const* in, float* const* out, int n) {
+  const Mix c = k;  // local constants: the stores below cannot reach them
+  const float *r = in[0], *g = in[1], *bl = in[2];
+  float *o0 = out[0], *o1 = out[1], *o2 = out[2];
+  // The iterations are independent (a line rewritten in place reads each sample before
+  // writing it), which lets the compiler use vectors despite the six line pointers.
+#pragma omp simd
+  for (int x = 0; x < n; ++x) {
+    const double v0 = r[x], v1 = g[x], v2 = bl[x];
+    const double t0 = (v0 - c.srcMin[0]) * c.srcScale[0] - c.b[0];
+    const double t1 = (v1 - c.srcMin[1]) * c.srcScale[1] - c.b[1];
+    const double t2 = (v2 - c.srcMin[2]) * c.srcScale[2] - c.b[2];
+    double c0 = c.m[0] * t0 + c.m[1] * t1 + c.m[2] * t2;
+    double c1 = c.m[3] * t0 + c.m[4] * t1 + c.m[5] * t2;
+    double c2 = c.m[6] * t0 + c.m[7] * t1 + c.m[8] * t2;
+    if constexpr (keepBright) {
+      const double before = CImgColorCorrect::CalcBright(t0, t1, t2);
+      const double after = CImgColorCorrect::CalcBright(c0, c1, c2);
+      // A zero bright value leaves c alone; multiplying by exactly 1 does the same.
+      const double quotient = before / after;
+      const double ratio = after != 0.0 ? quotient : 1.0;
+      c0 *= ratio;
+      c1 *= ratio;
+      c2 *= ratio;
+    }
+    if constexpr (clipBlack) {
+      c0 = c0 < 0.0 ? 0.0 : c0;
+      c1 = c1 < 0.0 ? 0.0 : c1;
+      c2 = c2 < 0.0 ? 0.0 : c2;
+    }
+    o0[x] = static_cast<float>((1.0 - c.s) * v0 + c.s * ((c0 + c.b[0]) * c.dstScale[0] + c.dstMin[0]));
+    o1[x] = static_cast<float>((1.0 - c.s) * v1 + c.s * ((c1 + c.b[1]) * c.dstScale[1] + c.dstMin[1]));
+    o2[x] = static_cast<float>((1.0 - c.s) * v2 + c.s * ((c2 + c.b[2]) * c.dstScale[2] + c.dstMin[2]));
+  }
+}
+
+}  // namespace
+
 int CImgColorCorrect::Do(tagMATRIX* matrix, double strength, int blackMode, float black, int option, int progress) {
   if (strength == 0.0) return 1;
   return Do(matrix, strength, blackMode, black, option, this, nullptr, progress);
@@ -48,29 +97,22 @@ int CImgColorCorrect::Do(tagMATRIX* matrix, double strength, int blackMode, floa
     dstScale[k] = GetLevelRange(k) / 255.0;
     b[k] = (blackRaw - srcMin[k]) * srcScale[k];
   }
+  const Mix mix{{m[0], m[1], m[2], m[3], m[4], m[5], m[6], m[7], m[8]},
+                {srcMin[0], srcMin[1], srcMin[2]},
+                {srcScale[0], srcScale[1], srcScale[2]},
+                {dstMin[0], dstMin[1], dstMin[2]},
+                {dstScale[0], dstScale[1], dstScale[2]},
+                {b[0], b[1], b[2]},
+                s};
+  // The options are fixed for the call, so each combination gets its own branch-free row.
+  const auto row = (option & kKeepBright) ? ((option & kClipBlack) ? &MixRow<true, true> : &MixRow<true, false>)
+                                          : ((option & kClipBlack) ? &MixRow<false, true> : &MixRow<false, false>);
   ForEachRgbRow(*this, *src, r, [&](const float* const* in, float* const* out, int n) {
     if (s == 0.0) {
       for (int k = 0; k < 3; ++k) CopyRow(in[k], out[k], n);
       return;
     }
-    for (int x = 0; x < n; ++x) {
-      double v[3], t[3], c[3];
-      for (int k = 0; k < 3; ++k) {
-        v[k] = in[k][x];
-        t[k] = (v[k] - srcMin[k]) * srcScale[k] - b[k];
-      }
-      for (int i = 0; i < 3; ++i) c[i] = m[3 * i] * t[0] + m[3 * i + 1] * t[1] + m[3 * i + 2] * t[2];
-      if (option & kKeepBright) {
-        const double before = CalcBright(t[0], t[1], t[2]), after = CalcBright(c[0], c[1], c[2]);
-        if (after != 0.0)
-          for (double& ci : c) ci *= before / after;
-      }
-      for (int i = 0; i < 3; ++i) {
-        if ((option & kClipBlack) && c[i] < 0.0) c[i] = 0.0;
-        const double corrected = (c[i] + b[i]) * dstScale[i] + dstMin[i];
-        out[i][x] = static_cast<float>((1.0 - s) * v[i] + s * corrected);
-      }
-    }
+    row(mix, in, out, n);
   });
   ShowProgressEnd(nullptr);
   return 1;
