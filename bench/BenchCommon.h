@@ -3,6 +3,8 @@
 #include <benchmark/benchmark.h>
 
 #include <memory>
+#include <string>
+#include <vector>
 #include <opencv2/core.hpp>
 
 #include "core/OrbImage.h"
@@ -24,5 +26,34 @@ void CopyPlanes(const COrbImage& src, COrbImage& dst);
 
 /// Registers the copy baseline for an image of `planes` planes under the given name.
 void RegisterCopyBaseline(const char* name, int planes);
+
+/// Registers op(image) on a star field of `planes` planes, the image seen as Image (an
+/// operation class that adds no data to COrbImage).
+template <class Image = COrbImage, class Op>
+void RegisterOnStarField(const std::string& name, int planes, Op op) {
+  benchmark::RegisterBenchmark(name.c_str(), [planes, op](benchmark::State& state) {
+    auto image = MakeStarField(planes);
+    for (auto _ : state) {
+      op(static_cast<Image&>(*image));
+      benchmark::ClobberMemory();
+    }
+    state.SetBytesProcessed(int64_t(state.iterations()) * image->GetPixelCount() * 4);
+  })->Unit(benchmark::kMillisecond)->UseRealTime();
+}
+
+/// Registers op(matrix) on each plane of the same star field as OpenCV matrices.
+template <class Op>
+void RegisterCvOnStarField(const std::string& name, int planes, Op op) {
+  benchmark::RegisterBenchmark(name.c_str(), [planes, op](benchmark::State& state) {
+    auto image = MakeStarField(planes);
+    std::vector<cv::Mat> mats;
+    for (int p = 0; p < planes; ++p) mats.push_back(ToMat(*image, p));
+    for (auto _ : state) {
+      for (const cv::Mat& m : mats) op(m);
+      benchmark::ClobberMemory();
+    }
+    state.SetBytesProcessed(int64_t(state.iterations()) * image->GetPixelCount() * 4);
+  })->Unit(benchmark::kMillisecond)->UseRealTime();
+}
 
 }  // namespace bench

@@ -11,30 +11,13 @@
 
 namespace {
 
-template <class Op>
-void Register(const std::string& name, int planes, Op op) {
-  benchmark::RegisterBenchmark(name.c_str(), [planes, op](benchmark::State& state) {
-    auto image = bench::MakeStarField(planes);
-    for (auto _ : state) {
-      op(static_cast<CImgAutoLevel&>(*image));
-      benchmark::ClobberMemory();
-    }
-    state.SetBytesProcessed(int64_t(state.iterations()) * image->GetPixelCount() * 4);
-  })->Unit(benchmark::kMillisecond)->UseRealTime();
+void Register(const std::string& name, int planes, void (*op)(CImgAutoLevel&)) {
+  bench::RegisterOnStarField<CImgAutoLevel>(name, planes, op);
 }
 
 template <class Op>
 void RegisterCv(const std::string& name, int planes, Op op) {
-  benchmark::RegisterBenchmark(name.c_str(), [planes, op](benchmark::State& state) {
-    auto image = bench::MakeStarField(planes);
-    std::vector<cv::Mat> mats;
-    for (int p = 0; p < planes; ++p) mats.push_back(bench::ToMat(*image, p));
-    for (auto _ : state) {
-      for (const cv::Mat& m : mats) op(m);
-      benchmark::ClobberMemory();
-    }
-    state.SetBytesProcessed(int64_t(state.iterations()) * image->GetPixelCount() * 4);
-  })->Unit(benchmark::kMillisecond)->UseRealTime();
+  bench::RegisterCvOnStarField(name, planes, op);
 }
 
 void Mode(CImgAutoLevel& a) {
