@@ -27,3 +27,32 @@ TEST(GlobalMemory, RefusesEmptyAndAbsurdSizesAndNullHandles) {
   EXPECT_EQ(GlobalSize(nullptr), 0u);
   EXPECT_EQ(GlobalFree(nullptr), nullptr);
 }
+
+TEST(GlobalMemory, LargeBlockFreedAndAskedForAgainIsZeroedOnRequest) {
+  // A freed large block may be handed out again; GHND must still give zeros, the new size
+  // and no leftover locks, and a much smaller request must not get the big block.
+  constexpr std::size_t kLarge = std::size_t(3) << 20;
+  HGLOBAL first = GlobalAlloc(GMEM_MOVEABLE, kLarge);
+  ASSERT_NE(first, nullptr);
+  std::memset(GlobalLock(first), 0x5a, kLarge);
+  GlobalFree(first);
+
+  HGLOBAL again = GlobalAlloc(GHND, kLarge - 100);
+  ASSERT_NE(again, nullptr);
+  EXPECT_EQ(GlobalSize(again), kLarge - 100);
+  const auto* bytes = static_cast<const unsigned char*>(GlobalLock(again));
+  std::size_t nonzero = 0;
+  for (std::size_t i = 0; i < kLarge - 100; ++i) nonzero += bytes[i] != 0;
+  EXPECT_EQ(nonzero, 0u);
+  EXPECT_EQ(GlobalUnlock(again), FALSE);  // one lock taken above, none inherited
+  GlobalFree(again);
+
+  HGLOBAL small = GlobalAlloc(GHND, kLarge / 3);
+  ASSERT_NE(small, nullptr);
+  EXPECT_EQ(GlobalSize(small), kLarge / 3);
+  bytes = static_cast<const unsigned char*>(GlobalLock(small));
+  EXPECT_EQ(bytes[0], 0);
+  EXPECT_EQ(bytes[kLarge / 3 - 1], 0);
+  GlobalUnlock(small);
+  GlobalFree(small);
+}
