@@ -6,6 +6,7 @@
 #include <new>
 #include <vector>
 
+#include "core/DisplayBytes.h"
 #include "core/LineLoop.h"
 #include "core/MemoryDIB.h"
 #include "core/OrbImage.h"
@@ -14,44 +15,6 @@
 namespace {
 
 constexpr int kTitleRender = 6169;
-
-// The display byte of one plane: 0 at or below the minimum, 255 at or above the maximum,
-// else (s − min) / range × 255 truncated, evaluated in double. NaN samples and degenerate
-// windows give 0. Rows are converted in chunks whose arithmetic the compiler vectorises.
-class CDisplayBytes {
- public:
-  CDisplayBytes() = default;
-  CDisplayBytes(double min, double max, double range) : m_min(min), m_max(max), m_range(range) {}
-
-  BYTE operator()(float s) const {
-    BYTE b;
-    Row(&s, 1, &b, 1);
-    return b;
-  }
-
-  /// out[i × step] = byte of s[i] for i in [0, n).
-  void Row(const float* s, int n, BYTE* out, int step) const {
-    constexpr int kChunk = 256;
-    int bytes[kChunk];
-    for (int x0 = 0; x0 < n; x0 += kChunk) {
-      const int m = std::min(kChunk, n - x0);
-#pragma omp simd
-      for (int i = 0; i < m; ++i) {
-        const double v = s[x0 + i];
-        double t = (v - m_min) / m_range * 255.0;
-        t = t > 0.0 ? t : 0.0;  // NaN too
-        t = t < 255.0 ? t : 255.0;
-        t = v >= m_max ? 255.0 : t;
-        t = v <= m_min ? 0.0 : t;  // tested first by the rule, so it wins on an empty window
-        bytes[i] = static_cast<int>(t);
-      }
-      for (int i = 0; i < m; ++i) out[std::size_t(x0 + i) * step] = static_cast<BYTE>(bytes[i]);
-    }
-  }
-
- private:
-  double m_min = 0, m_max = 0, m_range = 0;
-};
 
 // Byte rules of planes 0, 1, 2 (a grey image repeats plane 0).
 struct CPlaneBytes {
@@ -67,23 +30,25 @@ struct CPlaneBytes {
 };
 
 // Writes the blue, green, red bytes of image line y, columns [x0, x1), `step` bytes apart.
+// Each plane's bytes go to a small buffer first, then the three are interleaved.
 void RenderBgr(const COrbImage& image, const CPlaneBytes& bytes, int y, int x0, int x1, BYTE* out, int step) {
+  constexpr int kChunk = 1024;
+  BYTE b[kChunk], g[kChunk], r[kChunk];
   const int color = image.GetPlanes() >= 3;
-  const int n = x1 - x0;
-  if (n <= 0) return;
-  const float* r = image.GetImageAdr(x0, y, 0);
-  if (!color) {
-    bytes.plane[0].Row(r, n, out, step);
-    for (int i = 0; i < n; ++i, out += step) out[1] = out[2] = out[0];
-    return;
+  for (int x = x0; x < x1; x += kChunk) {
+    const int n = std::min(kChunk, x1 - x);
+    bytes.plane[0].Row(image.GetImageAdr(x, y, 0), n, r);
+    if (color) {
+      bytes.plane[1].Row(image.GetImageAdr(x, y, 1), n, g);
+      bytes.plane[2].Row(image.GetImageAdr(x, y, 2), n, b);
+    }
+    // A grey image repeats its one plane in all three bytes.
+    CDisplayBytes::Interleave(color ? b : r, color ? g : r, r, n, out + std::size_t(x - x0) * step, step);
   }
-  bytes.plane[2].Row(image.GetImageAdr(x0, y, 2), n, out, step);
-  bytes.plane[1].Row(image.GetImageAdr(x0, y, 1), n, out + 1, step);
-  bytes.plane[0].Row(r, n, out + 2, step);
 }
 
 void RenderGrey(const COrbImage& image, const CDisplayBytes& bytes, int y, int x0, int x1, BYTE* out) {
-  if (x1 > x0) bytes.Row(image.GetImageAdr(x0, y, 0), x1 - x0, out, 1);
+  if (x1 > x0) bytes.Row(image.GetImageAdr(x0, y, 0), x1 - x0, out);
 }
 
 // Palette of the area's colours and each pixel's index in it; false when memory runs out.

@@ -9,12 +9,13 @@
 #include "core/BmpDecode.h"
 #include "core/MemoryDIB.h"
 #include "core/OrbImage.h"
+#include "kernels/Vec4.h"
 
 namespace {
 
 // The display byte by its definition, evaluated directly in double.
 BYTE ReferenceByte(float s, double min, double max) {
-  if (s <= min) return 0;
+  if (std::isnan(s) || s <= min) return 0;
   if (s >= max) return 255;
   return BYTE((s - min) / (max - min) * 255.0);
 }
@@ -122,21 +123,50 @@ TEST(OrbImageDibTest, MatchesTheDoubleRuleAtEveryByteBoundary) {
   EXPECT_EQ(wrong, 0);
 }
 
-TEST(OrbImageDibTest, RandomSamplesAndLevelsMatchTheRule) {
+TEST(OrbImageDibTest, RandomSamplesAndLevelsMatchTheRuleOnEveryVectorPath) {
+  // Rows longer than the renderer's chunks with a ragged tail, NaN and infinities among the
+  // samples, each plane with its own window; both the wide and the narrow row code.
+  const float nan = std::numeric_limits<float>::quiet_NaN(), inf = std::numeric_limits<float>::infinity();
   std::mt19937 rng(7);
   std::uniform_real_distribution<double> level(-1e4, 1e4);
-  for (int trial = 0; trial < 20; ++trial) {
-    double a = level(rng), b = level(rng);
-    if (a > b) std::swap(a, b);
-    auto image = MakeImage(5, 7, 1, a, b);
-    std::uniform_real_distribution<float> sample(float(a - 10), float(b + 10));
-    for (int y = 0; y < 7; ++y)
-      for (int x = 0; x < 5; ++x) image->SetPixelGrayRaw(x, y, sample(rng), 0);
-    const bmptest::Picture pic = Decode(image->GetDib(8));
-    ASSERT_EQ(pic.error, "");
-    for (int y = 0; y < 7; ++y)
-      for (int x = 0; x < 5; ++x)
-        ASSERT_EQ(pic.index[y * 5 + x], ReferenceByte(image->GetPixelGrayRaw(x, y, 0), a, b)) << trial;
+  const int width = 1061, height = 3;
+  for (int trial = 0; trial < 6; ++trial) {
+    auto image = MakeImage(width, height, 3, 0, 1);
+    double lo[3], hi[3];
+    for (int p = 0; p < 3; ++p) {
+      lo[p] = level(rng), hi[p] = level(rng);
+      if (lo[p] > hi[p]) std::swap(lo[p], hi[p]);
+      if (trial == 0 && p == 2) lo[p] = hi[p] = float(lo[p]);  // empty window: at it is black
+      image->SetLevel(p, lo[p], hi[p]);
+      std::uniform_real_distribution<float> sample(float(lo[p] - 10), float(hi[p] + 10));
+      for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x) {
+          const int k = (x * 7 + y + p) % 97;
+          const float s = k == 0 ? nan : k == 1 ? inf : k == 2 ? -inf : k % 4 == 3 ? float(lo[p]) : sample(rng);
+          image->SetPixelGrayRaw(x, y, s, p);
+        }
+    }
+    auto grey = MakeImage(width, height, 1, lo[0], hi[0]);
+    for (int y = 0; y < height; ++y)
+      for (int x = 0; x < width; ++x) grey->SetPixelGrayRaw(x, y, image->GetPixelGrayRaw(x, y, 0), 0);
+    for (int wide : {1, 0}) {
+      qrn::simd::SetWideVectors(wide);
+      const bmptest::Picture colour = Decode(image->GetDib(24));
+      const bmptest::Picture grey24 = Decode(grey->GetDib(24));
+      const bmptest::Picture grey8 = Decode(grey->GetDib(8));
+      ASSERT_EQ(colour.error + grey24.error + grey8.error, "");
+      int wrong = 0;
+      for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x) {
+          const BYTE red = ReferenceByte(image->GetPixelGrayRaw(x, y, 0), lo[0], hi[0]);
+          for (int p = 0; p < 3; ++p)
+            wrong += colour.At(x, y)[p] != ReferenceByte(image->GetPixelGrayRaw(x, y, p), lo[p], hi[p]);
+          wrong += grey24.At(x, y)[0] != red || grey24.At(x, y)[1] != red || grey24.At(x, y)[2] != red;
+          wrong += grey8.index[std::size_t(y) * width + x] != red;
+        }
+      EXPECT_EQ(wrong, 0) << "trial " << trial << " wide " << wide;
+    }
+    qrn::simd::SetWideVectors(1);
   }
 }
 
