@@ -74,6 +74,19 @@ using Vec4d = VecN<double, 4>;
 inline Vec4d ToDouble(const Vec4f& f) { return __builtin_convertvector(f.v, Vec4d::Raw); }
 inline Vec4f ToFloat(const Vec4d& d) { return __builtin_convertvector(d.v, Vec4f::Raw); }
 
+/// Lane-wise truncation toward zero to int, as a scalar static_cast<int> does. Lanes must lie
+/// within the int range (callers clamp first).
+template <int N>
+inline typename VecN<float, N>::Mask TruncToInt(const VecN<float, N>& f) {
+  return __builtin_convertvector(f.v, typename VecN<float, N>::Mask);
+}
+
+/// Lane-wise int to float, as a scalar static_cast<float> does.
+template <int N>
+inline VecN<float, N> ToFloat(const typename VecN<float, N>::Mask& i) {
+  return __builtin_convertvector(i, typename VecN<float, N>::Raw);
+}
+
 /// QRN_WIDE_TARGET marks a row function compiled for 256-bit vectors (AVX2 on x86-64) with
 /// every helper it calls inlined into it, so that Vec8f code inside runs on ymm registers.
 /// Such a function may only be called when WideVectors() is true; callers choose once per

@@ -296,7 +296,9 @@ TEST(OrbImageStatistics, ThresholdFamilyActsOnPlaneZero) {
       else if (x < 3) EXPECT_EQ(img->GetPixelGrayRaw(x, 0, 0), v[x]) << x;
       else EXPECT_TRUE(std::isnan(img->GetPixelGrayRaw(x, 0, 0)));
       // Plane 2 is never touched, whatever the plane argument says.
-      if (x < 3) EXPECT_EQ(img->GetPixelGrayRaw(x, 0, 2), v[x]);
+      if (x < 3) {
+        EXPECT_EQ(img->GetPixelGrayRaw(x, 0, 2), v[x]);
+      }
     }
   }
 }

@@ -36,15 +36,24 @@ void CImgReduceTone::Do(int steps, COrbImage* src, CRect* rect, int progress) {
     dstMin[p] = static_cast<float>(GetLevelMin(p));
     dstScale[p] = static_cast<float>(GetLevelRange(p) / 255.0);
   }
-  // The raw result of every band of every plane, so a sample costs one band index and a load.
-  float raw[kMaxPlanes][256];
-  for (int p = 0; p < planes; ++p)
-    for (int band = 0; band < steps; ++band) raw[p][band] = ToneOf(band, steps) * dstScale[p] + dstMin[p];
+  const bool wide = qrn::simd::WideVectors();
   ShowProgressInit(progress, 6144, r.Height() * planes);
   ForEachRow(*this, *src, r, planes, [&](int p, const float* s, float* d, int n) {
     if (copy[p]) return CopyRow(s, d, n);
-    const float lo = srcMin[p], k = srcScale[p];
-    for (int x = 0; x < n; ++x) d[x] = raw[p][BandOf((s[x] - lo) * k, steps)];
+    // Band and tone in the float steps of BandOf and ToneOf, lane by lane.
+    auto rule = [lo = srcMin[p], k = srcScale[p], outMin = dstMin[p], outScale = dstScale[p], steps](auto zero) {
+      using V = decltype(zero);
+      const V vlo(lo), vk(k), vsteps(static_cast<float>(steps)), v256(256.0f), v255(255.0f);
+      const V lastBand(static_cast<float>(steps - 1)), vmin(outMin), vscale(outScale), middle(127.5f);
+      const bool single = steps <= 1;
+      return [=](V v) {
+        const V q = (v - vlo) * vk * vsteps / v256;
+        const V band = ToFloat<V::kWidth>(TruncToInt(V::Min(V::Max(q, zero), lastBand)));
+        const V tone = single ? middle : band * v255 / lastBand;
+        return tone * vscale + vmin;
+      };
+    };
+    MapRow(wide, s, d, n, rule);
   });
   ShowProgressEnd(nullptr);
 }

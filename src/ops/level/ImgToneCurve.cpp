@@ -39,21 +39,39 @@ void CImgToneCurve::Do(float** curves, int n, COrbImage* src, CRect* rect, int p
       if (color) u = ApplyCurve(master, last, u);
       table[static_cast<std::size_t>(p) * n + i] = u / scale[p] + min[p];
     }
+  const bool wide = qrn::simd::WideVectors();
   ShowProgressInit(progress, halpha ? 6194 : 6114, r.Height() * planes);
   ForEachRow(*this, *src, r, planes, [&](int p, const float* s, float* d, int w) {
     const float lo = min[p], k = scale[p], fi = static_cast<float>(last);
     if (k == 0.0f) return CopyRow(s, d, w);
     const float* own = color ? curves[p + 1] : master;
     const float* raw = table.data() + static_cast<std::size_t>(p) * n;
-    for (int x = 0; x < w; ++x) {
-      const float t = (s[x] - lo) * k;
-      if (t >= 0.0f && t <= 255.0f) {
-        d[x] = raw[static_cast<int>(t * fi / 255.0f)];
-        continue;
+    // Lookup index of a sample inside 0..255, -1 outside (and for NaN).
+    auto rule = [lo, k, fi](auto zero) {
+      using V = decltype(zero);
+      const V vlo(lo), vk(k), vfi(fi), v255(255.0f);
+      return [=](V v, int* out) {
+        const V t = (v - vlo) * vk;
+        const auto inside = (t >= zero) & (t <= v255);
+        const V within = V::Min(V::Max(t, zero), v255);  // keeps the conversion in range
+        const auto i = TruncToInt(within * vfi / v255);
+        StoreLanes((i & inside) | ~inside, out);
+      };
+    };
+    int idx[kIndexBlock];
+    for (int x0 = 0; x0 < w; x0 += kIndexBlock) {
+      const int m = std::min(kIndexBlock, w - x0);
+      IndexRow(wide, s + x0, m, idx, rule);
+      for (int i = 0; i < m; ++i) {
+        if (idx[i] >= 0) {
+          d[x0 + i] = raw[idx[i]];
+          continue;
+        }
+        const float t = (s[x0 + i] - lo) * k;
+        float u = CalcToneCurve(own, last, t);
+        if (color) u = ApplyCurve(master, last, u);
+        d[x0 + i] = u / k + lo;
       }
-      float u = CalcToneCurve(own, last, t);
-      if (color) u = ApplyCurve(master, last, u);
-      d[x] = u / k + lo;
     }
   });
   ShowProgressEnd(nullptr);

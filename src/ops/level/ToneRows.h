@@ -4,6 +4,7 @@
 
 #include "core/LineLoop.h"
 #include "core/OrbImage.h"
+#include "kernels/Vec4.h"
 #include "platform/QrnSys.h"
 
 namespace qrn::level {
@@ -67,5 +68,70 @@ void ForEachRgbRow(COrbImage& dst, const COrbImage& src, const Region& r, Body&&
 inline void CopyRow(const float* s, float* d, int n) {
   if (s != d) std::memmove(d, s, sizeof(float) * static_cast<std::size_t>(n));
 }
+
+/// Stores the int lanes of a vector mask (the index rules' results) at out.
+template <class Mask>
+inline void StoreLanes(const Mask& lanes, int* out) {
+  std::memcpy(out, &lanes, sizeof lanes);
+}
+
+/// Fills idx[0 .. n) by an index rule, V::kWidth samples at a time. rule(V()) returns the
+/// lane function for width V, which holds its constants as vectors: index(V samples, int* out)
+/// writes their int indices. The tail goes through it on a zero-padded vector, so every
+/// sample follows the same arithmetic.
+template <class V, class Rule>
+inline void IndexSpan(const float* s, int n, int* idx, const Rule& rule) {
+  const auto index = rule(V());
+  int i = 0;
+  for (; i + V::kWidth <= n; i += V::kWidth) index(V::Load(s + i), idx + i);
+  if (i == n) return;
+  float pad[V::kWidth] = {};
+  int out[V::kWidth];
+  std::memcpy(pad, s + i, sizeof(float) * static_cast<std::size_t>(n - i));
+  index(V::Load(pad), out);
+  std::memcpy(idx + i, out, sizeof(int) * static_cast<std::size_t>(n - i));
+}
+
+/// d[i] = map(s[i]) for i in [0, n), V::kWidth samples at a time; rule(V()) returns the lane
+/// function V(V) for width V, as for IndexSpan. The tail is mapped on a zero-padded vector.
+template <class V, class Rule>
+inline void MapSpan(const float* s, float* d, int n, const Rule& rule) {
+  const auto map = rule(V());
+  int i = 0;
+  for (; i + V::kWidth <= n; i += V::kWidth) map(V::Load(s + i)).Store(d + i);
+  if (i == n) return;
+  float pad[V::kWidth] = {}, out[V::kWidth];
+  std::memcpy(pad, s + i, sizeof(float) * static_cast<std::size_t>(n - i));
+  map(V::Load(pad)).Store(out);
+  std::memcpy(d + i, out, sizeof(float) * static_cast<std::size_t>(n - i));
+}
+
+template <class Rule>
+QRN_WIDE_TARGET void MapSpanWide(const float* s, float* d, int n, const Rule& rule) {
+  MapSpan<Vec8f>(s, d, n, rule);
+}
+
+/// MapSpan eight-wide when `wide` (chosen once per call), else four-wide.
+template <class Rule>
+void MapRow(bool wide, const float* s, float* d, int n, const Rule& rule) {
+  if (wide) MapSpanWide(s, d, n, rule);
+  else MapSpan<Vec4f>(s, d, n, rule);
+}
+
+template <class Rule>
+QRN_WIDE_TARGET void IndexSpanWide(const float* s, int n, int* idx, const Rule& rule) {
+  IndexSpan<Vec8f>(s, n, idx, rule);
+}
+
+/// IndexSpan eight-wide when `wide` (chosen once per call from qrn::simd::WideVectors()),
+/// else four-wide.
+template <class Rule>
+void IndexRow(bool wide, const float* s, int n, int* idx, const Rule& rule) {
+  if (wide) IndexSpanWide(s, n, idx, rule);
+  else IndexSpan<Vec4f>(s, n, idx, rule);
+}
+
+/// Number of samples a table-lookup row handles per block of indices.
+constexpr int kIndexBlock = 512;
 
 }  // namespace qrn::level

@@ -32,4 +32,24 @@ TEST(ImgReduceTone, SingleStepIsMidGrey) {
   for (int x = 0; x < 3; ++x) EXPECT_EQ(dst.GetPixelGrayRaw(x, 0, 0), 255.0f);
 }
 
+TEST(ImgReduceTone, EverySampleFollowsTheScalarRuleOnBothVectorWidths) {
+  auto src = leveltest::NoiseWithSpecials(3, -200, 3000);
+  for (int steps : {1, 7, 256}) {
+    leveltest::ForBothWidths([&](int wide) {
+      auto dst = Make(src->GetWidth(), src->GetHeight(), 3, 10, 20, [](int, int, int) { return 0; });
+      static_cast<CImgReduceTone&>(*dst).Do(steps, src.get(), nullptr, 0);
+      const float lo = -200.0f, k = static_cast<float>(255.0 / 3200.0), scale = static_cast<float>(10.0 / 255.0);
+      int wrong = 0;
+      for (int p = 0; p < 3; ++p)
+        for (int y = 0; y < src->GetHeight(); ++y)
+          for (int x = 0; x < src->GetWidth(); ++x) {
+            const float t = (src->GetPixelGrayRaw(x, y, p) - lo) * k;
+            const float expected = CImgReduceTone::ReduceTonePixel(t, steps) * scale + 10.0f;
+            wrong += dst->GetPixelGrayRaw(x, y, p) != expected;
+          }
+      EXPECT_EQ(wrong, 0) << steps << " steps, wide " << wide;
+    });
+  }
+}
+
 }  // namespace

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+
 #include "ops/level/LevelTestImages.h"
 
 using leveltest::Make;
@@ -81,6 +83,32 @@ TEST(ImgToneCurve, HAlphaLevelUsesPlaneZeroRangeOnEveryPlane) {
   for (int p = 0; p < 3; ++p) {
     EXPECT_EQ(dst.GetLevelMin(p), 0.0);
     EXPECT_EQ(dst.GetLevelMax(p), 10.0);  // plane 0 maximum 5, times 2
+  }
+}
+
+TEST(ImgToneCurve, EverySampleFollowsTheScalarRuleOnBothVectorWidths) {
+  // A curve whose last segment rises, so samples above the window take the extension; NaN
+  // and infinities take it too.
+  float curve[5] = {0.1f, 0.3f, 0.2f, 0.7f, 0.9f}, own[5] = {0.0f, 0.5f, 0.6f, 0.65f, 1.0f};
+  float* curves[4] = {curve, own, curve, own};
+  for (int planes : {1, 3}) {
+    auto src = leveltest::NoiseWithSpecials(planes, 100, 900);
+    leveltest::ForBothWidths([&](int wide) {
+      COrbImage dst(*src);
+      static_cast<CImgToneCurve&>(dst).Do(curves, 5, src.get(), nullptr, 0, 0);
+      const float lo = 100.0f, k = static_cast<float>(255.0 / 800.0);
+      int wrong = 0;
+      for (int p = 0; p < planes; ++p)
+        for (int y = 0; y < src->GetHeight(); ++y)
+          for (int x = 0; x < src->GetWidth(); ++x) {
+            const float t = (src->GetPixelGrayRaw(x, y, p) - lo) * k;
+            float u = CImgToneCurve::ApplyCurve(planes == 1 ? curve : curves[p + 1], 4, t);
+            if (planes == 3) u = CImgToneCurve::ApplyCurve(curve, 4, u);
+            const float expected = u / k + lo, got = dst.GetPixelGrayRaw(x, y, p);
+            wrong += !(got == expected || (std::isnan(got) && std::isnan(expected)));
+          }
+      EXPECT_EQ(wrong, 0) << planes << " planes, wide " << wide;
+    });
   }
 }
 

@@ -3,10 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <random>
 
 #include "core/OrbImage.h"
+#include "kernels/Vec4.h"
 #include "platform/QrnSys.h"
 
 namespace leveltest {
@@ -56,6 +58,27 @@ bool PathsAgree(const COrbImage& src, Op op) {
   op(vector);
   CQrnSys::SetSIMD(-1);
   return BitEqual(scalar, vector);
+}
+
+/// Noise with NaN and both infinities sprinkled in, on rows long enough for full vectors and
+/// ragged tails.
+inline std::unique_ptr<COrbImage> NoiseWithSpecials(int planes, double min, double max) {
+  auto image = Noise(45, 4, planes, min, max, 11);
+  const float specials[3] = {std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity(),
+                             -std::numeric_limits<float>::infinity()};
+  for (int p = 0; p < planes; ++p)
+    for (int i = 0; i < 6; ++i) image->SetPixelGrayRaw((i * 13 + p) % 45, i % 4, specials[i % 3], p);
+  return image;
+}
+
+/// Runs body(wide) with the eight-wide row functions on (when the processor has them) and off.
+template <class Body>
+void ForBothWidths(Body body) {
+  for (int wide : {1, 0}) {
+    qrn::simd::SetWideVectors(wide);
+    body(wide);
+  }
+  qrn::simd::SetWideVectors(1);
 }
 
 }  // namespace leveltest
