@@ -56,6 +56,19 @@ void MixRow(const Mix& k, const float* const* in, float* const* out, int n) {
   }
 }
 
+// The same row compiled for 256-bit vectors: four doubles a step.
+template <bool keepBright, bool clipBlack>
+QRN_WIDE_TARGET void MixRowWide(const Mix& k, const float* const* in, float* const* out, int n) {
+  MixRow<keepBright, clipBlack>(k, in, out, n);
+}
+
+using MixRowFn = void (*)(const Mix&, const float* const*, float* const*, int);
+
+template <bool keepBright, bool clipBlack>
+MixRowFn MixRowFor(bool wide) {
+  return wide ? &MixRowWide<keepBright, clipBlack> : &MixRow<keepBright, clipBlack>;
+}
+
 }  // namespace
 
 int CImgColorCorrect::Do(tagMATRIX* matrix, double strength, int blackMode, float black, int option, int progress) {
@@ -105,8 +118,10 @@ int CImgColorCorrect::Do(tagMATRIX* matrix, double strength, int blackMode, floa
                 {b[0], b[1], b[2]},
                 s};
   // The options are fixed for the call, so each combination gets its own branch-free row.
-  const auto row = (option & kKeepBright) ? ((option & kClipBlack) ? &MixRow<true, true> : &MixRow<true, false>)
-                                          : ((option & kClipBlack) ? &MixRow<false, true> : &MixRow<false, false>);
+  const bool wide = qrn::simd::WideVectors();
+  const MixRowFn row = (option & kKeepBright)
+                           ? ((option & kClipBlack) ? MixRowFor<true, true>(wide) : MixRowFor<true, false>(wide))
+                           : ((option & kClipBlack) ? MixRowFor<false, true>(wide) : MixRowFor<false, false>(wide));
   ForEachRgbRow(*this, *src, r, [&](const float* const* in, float* const* out, int n) {
     if (s == 0.0) {
       for (int k = 0; k < 3; ++k) CopyRow(in[k], out[k], n);
