@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "ops/calibration/CalibrationTestImages.h"
+#include "kernels/Vec4.h"
 #include "ops/calibration/ImgDark.h"
 
 using calibtest::At;
@@ -53,13 +54,19 @@ TEST(ImgDark, ClampOrderHoldsInEveryColumnOfALongRow) {
   // The three cases above side by side in rows long enough for whole vectors and a tail:
   // (D0, D1) = (10, 20) clamps to D1, (20, 10) drops to 0 and is raised to D0, (30, 30)
   // stays; a factor of 2 = (3 − 1)/(2 − 1) applies to D1 − D0.
-  for (int w : {2, 4, 17, 33}) {
-    auto d0 = Image(w, 2, 1, [](int x, int, int) { return 10.0 * (x % 3 + 1); });
-    auto d1 = Image(w, 2, 1, [](int x, int, int) { return x % 3 == 0 ? 20.0 : x % 3 == 1 ? 10.0 : 30.0; });
-    static_cast<CImgDark&>(*d0).DoInterpolateByScore(d1.get(), 3.0, 1.0, 2.0, 0);
-    for (int y = 0; y < 2; ++y)
-      for (int x = 0; x < w; ++x) EXPECT_EQ(At(*d0, x, y), x % 3 == 2 ? 30.0f : 20.0f) << x << ", " << y << " of " << w;
+  // Both the eight-wide and the narrow row code.
+  for (int wide : {1, 0}) {
+    qrn::simd::SetWideVectors(wide);
+    for (int w : {2, 4, 17, 33}) {
+      auto d0 = Image(w, 2, 1, [](int x, int, int) { return 10.0 * (x % 3 + 1); });
+      auto d1 = Image(w, 2, 1, [](int x, int, int) { return x % 3 == 0 ? 20.0 : x % 3 == 1 ? 10.0 : 30.0; });
+      static_cast<CImgDark&>(*d0).DoInterpolateByScore(d1.get(), 3.0, 1.0, 2.0, 0);
+      for (int y = 0; y < 2; ++y)
+        for (int x = 0; x < w; ++x)
+          EXPECT_EQ(At(*d0, x, y), x % 3 == 2 ? 30.0f : 20.0f) << x << ", " << y << " of " << w << ", wide " << wide;
+    }
   }
+  qrn::simd::SetWideVectors(1);
 }
 
 TEST(ImgDark, ProportionAndPowerTermsByHand) {
