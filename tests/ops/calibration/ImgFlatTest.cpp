@@ -5,6 +5,7 @@
 
 #include "ops/calibration/CalibrationTestImages.h"
 #include "ops/calibration/ImgFlat.h"
+#include "kernels/Vec4.h"
 
 using calibtest::At;
 using calibtest::Image;
@@ -112,6 +113,31 @@ TEST(ImgFlat, ParabolicVignettingIsFlattenedInBothModes) {
   static_cast<CImgFlat&>(*inPlace).DoParabolic(nullptr, centre, &k, &level, nullptr, 0, &rect, 0);
   EXPECT_NEAR(At(*inPlace, 1, 0), 200.0, 1e-4);
   EXPECT_EQ(At(*inPlace, 2, 0), At(*dome, 2, 0));
+}
+
+TEST(ImgFlat, BothVectorWidthsGiveTheSameBits) {
+  // Rows long enough for whole vectors and a tail; both profiles in both modes.
+  const int w = 45, h = 6;
+  auto src = Image(w, h, 3, [](int x, int y, int p) { return 500.0 + 37 * std::sin(x * 0.7 + y + p); });
+  src->CalcMinMax();
+  CPoint centre[3] = {CPoint(20, 3), CPoint(-4, 9), CPoint(44, 0)}, p1[3], p2[3];
+  double k[3] = {-0.03, 0.02, 1e-3}, level[3] = {400, 450, 500}, floor[3] = {0, -10, 600};
+  double slope[3] = {0.5, -2.0, 0.01};
+  for (int i = 0; i < 3; ++i) p1[i] = CPoint(i, 0), p2[i] = CPoint(7, 3 + i);
+  for (int mode : {0, 1}) {
+    std::unique_ptr<COrbImage> parabolic[2], linear[2];
+    for (int wide : {1, 0}) {
+      qrn::simd::SetWideVectors(wide);
+      parabolic[wide] = Image(w, h, 3, [](int, int, int) { return 0.0; });
+      linear[wide] = Image(w, h, 3, [](int, int, int) { return 0.0; });
+      Flat(parabolic[wide]).DoParabolic(src.get(), centre, k, level, floor, mode, nullptr, 0);
+      Flat(linear[wide]).DoFlat(src.get(), p1, p2, slope, level, floor, mode, nullptr, 0);
+    }
+    qrn::simd::SetWideVectors(1);
+    EXPECT_TRUE(qrntest::ImagesNear(*parabolic[0], *parabolic[1], 0.0)) << "mode " << mode;
+    EXPECT_TRUE(qrntest::ImagesNear(*linear[0], *linear[1], 0.0)) << "mode " << mode;
+    EXPECT_FALSE(qrntest::ImagesNear(*parabolic[1], *src, 1e-3));
+  }
 }
 
 }  // namespace
