@@ -1,9 +1,11 @@
 // COrbImage calibration: dark subtraction, flat division and the combined dark-and-flat pass.
+#include <algorithm>
 #include <cassert>
 #include <cmath>
 
 #include "core/LineLoop.h"
 #include "core/OrbImage.h"
+#include "kernels/GammaCurve.h"
 #include "kernels/Vec4.h"
 #include "platform/QrnSys.h"
 
@@ -25,6 +27,7 @@ struct FlatPlane {
   float add = 0.0f;
   float hi = 0.0f;
   float bottom = 0.0f;
+  CGammaCurve curve;  // the flat's gamma curve when gamma is on
 };
 
 // Dark step rule: DarkClbrtn zeroes results <= 0, the combined pass every result that is
@@ -36,7 +39,6 @@ struct Pass {
   const COrbImage* dark = nullptr;
   const COrbImage* flat = nullptr;
   DarkRule rule = DarkRule::kLessEqualZero;
-  double gamma = 0.0;
   FlatPlane planes[CImage::kMaxPlanes];
 };
 
@@ -58,37 +60,49 @@ inline T Calibrate(T v, T d, T g, T m, T add, T zero) {
   return v;
 }
 
-// Scalar row: the reference, and the only one for a gamma-curved flat.
-template <bool kDark, DarkRule kRule, bool kFlat, bool kGamma>
-void CalibrateRow(float* dst, const float* s, const float* d, const float* f, int n, const FlatPlane& fp,
-                  double gamma) {
+// Scalar row: the reference.
+template <bool kDark, DarkRule kRule, bool kFlat>
+void CalibrateRow(float* dst, const float* s, const float* d, const float* f, int n, const FlatPlane& fp) {
   for (int x = 0; x < n; ++x) {
-    float g = kFlat ? f[x] : 0.0f;
-    if constexpr (kGamma) g = COrbImage::FlatGamma(g, fp.hi, fp.bottom, gamma);
+    const float g = kFlat ? f[x] : 0.0f;
     dst[x] = Calibrate<kDark, kRule, kFlat>(s[x], kDark ? d[x] : 0.0f, g, fp.m, fp.add, 0.0f);
   }
 }
 
 // Four-wide row; the tail goes through the same per-sample rule.
-template <bool kDark, DarkRule kRule, bool kFlat, bool kGamma>
-void CalibrateRow_x(float* dst, const float* s, const float* d, const float* f, int n, const FlatPlane& fp,
-                    double gamma) {
+template <bool kDark, DarkRule kRule, bool kFlat>
+void CalibrateRow_x(float* dst, const float* s, const float* d, const float* f, int n, const FlatPlane& fp) {
   const Vec4f m(fp.m), add(fp.add), zero(0.0f);
   int x = 0;
   for (; x + 4 <= n; x += 4) {
     const Vec4f dk = kDark ? Vec4f::Load(d + x) : zero, g = kFlat ? Vec4f::Load(f + x) : zero;
     Calibrate<kDark, kRule, kFlat>(Vec4f::Load(s + x), dk, g, m, add, zero).Store(dst + x);
   }
-  CalibrateRow<kDark, kRule, kFlat, kGamma>(dst + x, s + x, kDark ? d + x : d, kFlat ? f + x : f, n - x, fp, gamma);
+  CalibrateRow<kDark, kRule, kFlat>(dst + x, s + x, kDark ? d + x : d, kFlat ? f + x : f, n - x, fp);
 }
 
-using CalibrateRowFn = void (*)(float*, const float*, const float*, const float*, int, const FlatPlane&, double);
+// A gamma-curved flat: the curve runs over blocks of flat samples, then the block goes through
+// the scalar or four-wide row.
+template <bool kDark, DarkRule kRule, bool kVector>
+void CalibrateGammaRow(float* dst, const float* s, const float* d, const float* f, int n, const FlatPlane& fp) {
+  constexpr int kBlock = 512;
+  float curved[kBlock];
+  for (int x = 0; x < n; x += kBlock) {
+    const int m = std::min(kBlock, n - x);
+    fp.curve.Row(f + x, m, curved);
+    const float* dk = kDark ? d + x : d;
+    if constexpr (kVector) CalibrateRow_x<kDark, kRule, true>(dst + x, s + x, dk, curved, m, fp);
+    else CalibrateRow<kDark, kRule, true>(dst + x, s + x, dk, curved, m, fp);
+  }
+}
+
+using CalibrateRowFn = void (*)(float*, const float*, const float*, const float*, int, const FlatPlane&);
 
 template <bool kDark, DarkRule kRule>
 CalibrateRowFn PickFlatRow(const FlatPlane& fp, bool vector) {
-  if (!fp.on) return vector ? CalibrateRow_x<kDark, kRule, false, false> : CalibrateRow<kDark, kRule, false, false>;
-  if (fp.gamma) return CalibrateRow<kDark, kRule, true, true>;
-  return vector ? CalibrateRow_x<kDark, kRule, true, false> : CalibrateRow<kDark, kRule, true, false>;
+  if (!fp.on) return vector ? CalibrateRow_x<kDark, kRule, false> : CalibrateRow<kDark, kRule, false>;
+  if (fp.gamma) return vector ? CalibrateGammaRow<kDark, kRule, true> : CalibrateGammaRow<kDark, kRule, false>;
+  return vector ? CalibrateRow_x<kDark, kRule, true> : CalibrateRow<kDark, kRule, true>;
 }
 
 // The row function for one plane; the vector choice is made once per call.
@@ -120,7 +134,7 @@ void RunPass(COrbImage& target, const Pass& pass, const CRect* rect, int titleId
       const float* f = nullptr;
       if (pass.dark) d = pass.dark->GetImageAdr(left, y, FramePlane(*pass.dark, p), VM_READONLY | VM_LOCK, &hk);
       if (fp.on) f = pass.flat->GetImageAdr(left, y, FramePlane(*pass.flat, p), VM_READONLY | VM_LOCK, &hf);
-      rows[p](dst, s, d, f, width, fp, pass.gamma);
+      rows[p](dst, s, d, f, width, fp);
       if (hf) pass.flat->Unlock(hf);
       if (hk) pass.dark->Unlock(hk);
       target.Unlock(hd);
@@ -135,7 +149,6 @@ void RunPass(COrbImage& target, const Pass& pass, const CRect* rect, int titleId
 // every later plane.
 void PrepareFlat(Pass& pass, int planes, const float* lo, const float* hi, const float* mean, float pedestal,
                  double gamma) {
-  pass.gamma = gamma;
   for (int p = 0; p < planes; ++p) {
     const int i = FramePlane(*pass.flat, p);
     if (lo[i] == hi[i]) break;
@@ -144,7 +157,8 @@ void PrepareFlat(Pass& pass, int planes, const float* lo, const float* hi, const
     fp.gamma = gamma > 0.0;
     fp.hi = hi[i];
     fp.bottom = hi[i] - 2.0f * (hi[i] - lo[i]);
-    fp.m = fp.gamma ? COrbImage::FlatGamma(mean[i], fp.hi, fp.bottom, gamma) : mean[i];
+    fp.curve = CGammaCurve(fp.hi, fp.bottom, gamma);
+    fp.m = fp.gamma ? fp.curve(mean[i]) : mean[i];
     fp.add = fp.m * pedestal;
   }
 }
@@ -165,10 +179,7 @@ void CheckCovers([[maybe_unused]] const COrbImage& frame, [[maybe_unused]] const
 
 }  // namespace
 
-float COrbImage::FlatGamma(float v, float top, float bottom, double gamma) {
-  const double span = double(top) - double(bottom);
-  return static_cast<float>(std::pow((double(v) - double(bottom)) / span, gamma) * span + double(bottom));
-}
+float COrbImage::FlatGamma(float v, float top, float bottom, double gamma) { return CGammaCurve(top, bottom, gamma)(v); }
 
 void COrbImage::DarkClbrtn(COrbImage* dark, int progress) {
   if (!dark) return;

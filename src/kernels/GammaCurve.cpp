@@ -1,0 +1,174 @@
+#include "kernels/GammaCurve.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+
+#include "kernels/Vec4.h"
+
+namespace {
+
+using D4 = Vec4d::Raw;
+using L4 = Vec4d::Mask;
+
+// ln 2 split so that k·kLn2Hi is exact for |k| < 2^21.
+constexpr double kLn2Hi = 6.93147180369123816490e-01;
+constexpr double kLn2Lo = 1.90821492927058770002e-10;
+constexpr double kInvLn2 = 1.44269504088896338700e+00;
+constexpr double kSqrt2 = 1.41421356237309514547;
+// Adding 1.5·2^52 rounds a double below 2^51 in magnitude to an integer held in the low
+// mantissa bits.
+constexpr double kRoundShifter = 0x1.8p52;
+// Largest |gamma · ln x| the exponential takes: the power stays a normal double.
+constexpr double kMaxExponent = 700.0;
+
+// Series coefficients: 1/(2k + 1) for the logarithm, 1/i! for the exponential.
+struct Coefficients {
+  double log[11], exp[14];
+  constexpr Coefficients() : log{}, exp{} {
+    for (int k = 0; k <= 10; ++k) log[k] = 1.0 / (2 * k + 1);
+    double factorial = 1.0;
+    for (int i = 0; i <= 13; ++i) {
+      factorial *= i > 0 ? i : 1;
+      exp[i] = 1.0 / factorial;
+    }
+  }
+};
+constexpr Coefficients kSeries;
+
+struct Curve {
+  double bottom, span, inverseSpan, gamma;
+};
+
+inline D4 Splat(double s) { return D4{s, s, s, s}; }
+inline L4 SplatInt(long long s) { return L4{s, s, s, s}; }
+inline D4 Abs(D4 v) { return (D4)((L4)v & SplatInt(0x7fffffffffffffffLL)); }
+
+// Vectors evaluated side by side: their polynomial chains are independent, so the processor
+// overlaps them instead of waiting on one chain's latency.
+constexpr int kGroup = 4;
+constexpr int kGroupSamples = 4 * kGroup;
+
+// ln x for positive normal x: x = 2^e·m with m in [√½, √2), ln m = 2 atanh(s), s = (m−1)/(m+1),
+// |s| ≤ 0.1716, by its series to s^21 (truncation below 3e-17 relative).
+inline void Log(const D4 (&x)[kGroup], D4 (&out)[kGroup]) {
+  D4 e[kGroup], s[kGroup], z[kGroup], p[kGroup];
+  for (int j = 0; j < kGroup; ++j) {
+    const L4 bits = (L4)x[j];
+    const L4 exponentField = (bits >> 52) & SplatInt(0x7ff);
+    // The biased exponent as a double: its bits put into the mantissa of 2^52, minus 2^52.
+    e[j] = (D4)(exponentField | SplatInt(0x4330000000000000LL)) - Splat(0x1p52) - Splat(1023.0);
+    D4 m = (D4)((bits & SplatInt(0x000fffffffffffffLL)) | SplatInt(0x3ff0000000000000LL));
+    const L4 big = m > Splat(kSqrt2);
+    m = big ? m * Splat(0.5) : m;
+    e[j] = big ? e[j] + Splat(1.0) : e[j];
+    s[j] = (m - Splat(1.0)) / (m + Splat(1.0));
+    z[j] = s[j] * s[j];
+    p[j] = Splat(kSeries.log[10]);
+  }
+  for (int k = 9; k >= 0; --k)
+    for (int j = 0; j < kGroup; ++j) p[j] = p[j] * z[j] + Splat(kSeries.log[k]);
+  for (int j = 0; j < kGroup; ++j) {
+    const D4 lnm = Splat(2.0) * s[j] * p[j];
+    out[j] = e[j] * Splat(kLn2Hi) + (e[j] * Splat(kLn2Lo) + lnm);
+  }
+}
+
+// e^t for |t| ≤ kMaxExponent: t = k ln 2 + r, |r| ≤ ½ ln 2, e^r by its series to r^13
+// (truncation below 1e-17), times 2^k built in the exponent bits.
+inline void Exp(const D4 (&t)[kGroup], D4 (&out)[kGroup]) {
+  D4 r[kGroup], p[kGroup];
+  L4 kInt[kGroup];
+  for (int j = 0; j < kGroup; ++j) {
+    const D4 shifted = t[j] * Splat(kInvLn2) + Splat(kRoundShifter);
+    const D4 k = shifted - Splat(kRoundShifter);
+    kInt[j] = (L4)shifted - (L4)Splat(kRoundShifter);
+    r[j] = (t[j] - k * Splat(kLn2Hi)) - k * Splat(kLn2Lo);
+    p[j] = Splat(kSeries.exp[13]);
+  }
+  for (int i = 12; i >= 0; --i)
+    for (int j = 0; j < kGroup; ++j) p[j] = p[j] * r[j] + Splat(kSeries.exp[i]);
+  for (int j = 0; j < kGroup; ++j) out[j] = p[j] * (D4)((kInt[j] + SplatInt(1023)) << 52);
+}
+
+// kGroupSamples samples: the float result where the error bound decides it, and in
+// `decided` 1 for those lanes, 0 for the others.
+inline void Group(const Curve& c, const float* v, float* out, int* decided) {
+  using F4 = Vec4f::Raw;
+  D4 x[kGroup], lnx[kGroup], t[kGroup], power[kGroup];
+  for (int j = 0; j < kGroup; ++j) {
+    // Multiplied by the reciprocal: one more rounding of x, which the error bound covers.
+    F4 q;
+    std::memcpy(&q, v + 4 * j, sizeof q);
+    x[j] = (__builtin_convertvector(q, D4) - Splat(c.bottom)) * Splat(c.inverseSpan);
+  }
+  Log(x, lnx);
+  for (int j = 0; j < kGroup; ++j) t[j] = Splat(c.gamma) * lnx[j];
+  Exp(t, power);
+  for (int j = 0; j < kGroup; ++j) {
+    const L4 inRange =
+        (x[j] >= Splat(0x1p-1022)) & (x[j] <= Splat(0x1.fffffffffffffp1023)) & (Abs(t[j]) <= Splat(kMaxExponent));
+    const D4 scaled = power[j] * Splat(c.span);
+    const D4 y = scaled + Splat(c.bottom);
+    // Relative error of the power: a few units of 2^-53 from x and ln m, from |gamma|·|ln x|
+    // through the product t, and from |t| through the exponential; taken 32 times over. The
+    // second term covers the roundings of the product and sum here and in the reference, and
+    // std::pow's error below one unit.
+    const D4 relative = (Abs(Splat(c.gamma)) * (Splat(2.0) + Abs(lnx[j])) + Abs(t[j]) + Splat(4.0)) * Splat(0x1p-48);
+    const D4 margin = Abs(scaled) * relative + (Abs(scaled) + Splat(std::fabs(c.bottom))) * Splat(0x1p-50);
+    const D4 below = y - margin, above = y + margin;
+    for (int i = 0; i < 4; ++i) {
+      const float lo = static_cast<float>(below[i]), hi = static_cast<float>(above[i]);
+      decided[4 * j + i] = inRange[i] && lo == hi;
+      out[4 * j + i] = lo;
+    }
+  }
+}
+
+// One group of m ≤ kGroupSamples samples into out; the undecided ones through std::pow.
+inline int GroupWith(const Curve& c, const CGammaCurve& exact, const float* v, int m, float* out) {
+  int decided[kGroupSamples];
+  if (m == kGroupSamples) {
+    Group(c, v, out, decided);
+  } else {
+    float in[kGroupSamples], res[kGroupSamples];
+    std::fill(in + m, in + kGroupSamples, 1.0f);
+    std::memcpy(in, v, sizeof(float) * m);
+    Group(c, in, res, decided);
+    std::memcpy(out, res, sizeof(float) * m);
+  }
+  int fallbacks = 0;
+  for (int j = 0; j < m; ++j)
+    if (!decided[j]) {
+      out[j] = exact(v[j]);
+      ++fallbacks;
+    }
+  return fallbacks;
+}
+
+int RowWith(const Curve& c, const CGammaCurve& exact, const float* v, int n, float* out) {
+  int fallbacks = 0;
+  for (int i = 0; i < n; i += kGroupSamples)
+    fallbacks += GroupWith(c, exact, v + i, std::min(kGroupSamples, n - i), out + i);
+  return fallbacks;
+}
+
+// The same row compiled for 256-bit vectors.
+QRN_WIDE_TARGET int RowWithWide(const Curve& c, const CGammaCurve& exact, const float* v, int n, float* out) {
+  return RowWith(c, exact, v, n, out);
+}
+
+}  // namespace
+
+CGammaCurve::CGammaCurve(float top, float bottom, double gamma)
+    : m_bottom(bottom), m_span(double(top) - double(bottom)), m_gamma(gamma) {}
+
+float CGammaCurve::operator()(float v) const {
+  return static_cast<float>(std::pow((double(v) - m_bottom) / m_span, m_gamma) * m_span + m_bottom);
+}
+
+int CGammaCurve::Row(const float* v, int n, float* out) const {
+  const Curve c{m_bottom, m_span, 1.0 / m_span, m_gamma};
+  return qrn::simd::WideVectors() ? RowWithWide(c, *this, v, n, out) : RowWith(c, *this, v, n, out);
+}

@@ -1,0 +1,67 @@
+#include "kernels/GammaCurve.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <random>
+#include <vector>
+
+#include "kernels/Vec4.h"
+
+namespace {
+
+bool SameBits(float a, float b) { return std::memcmp(&a, &b, sizeof a) == 0 || (std::isnan(a) && std::isnan(b)); }
+
+// Row() against the per-sample std::pow expression for every sample; returns the mismatches
+// and adds the samples that needed std::pow to `fallbacks`.
+int Mismatches(const CGammaCurve& curve, const std::vector<float>& v, int& fallbacks) {
+  std::vector<float> out(v.size());
+  fallbacks += curve.Row(v.data(), static_cast<int>(v.size()), out.data());
+  int wrong = 0;
+  for (std::size_t i = 0; i < v.size(); ++i) wrong += !SameBits(out[i], curve(v[i]));
+  return wrong;
+}
+
+TEST(CGammaCurve, RowsEqualThePerSamplePowerAndRarelyNeedIt) {
+  // Flat frames of integer counts and of normalised floats, samples across and beyond their
+  // range, for weak and strong curves, on both vector widths.
+  struct Flat {
+    float lo, hi;
+  };
+  const Flat flats[] = {{21000, 30500}, {0.62f, 1.0f}, {3, 65535}, {-50, 40}};
+  const double gammas[] = {0.3, 0.7, 1.0, 1.5, 2.2, 3.7};
+  std::mt19937 rng(5);
+  for (int wide : {1, 0}) {
+    qrn::simd::SetWideVectors(wide);
+    for (const Flat& f : flats) {
+      const float bottom = f.hi - 2.0f * (f.hi - f.lo);
+      std::uniform_real_distribution<float> inside(f.lo, f.hi);
+      std::vector<float> v(20001);
+      for (float& s : v) s = inside(rng);
+      for (double gamma : gammas) {
+        const CGammaCurve curve(f.hi, bottom, gamma);
+        int fallbacks = 0;
+        EXPECT_EQ(Mismatches(curve, v, fallbacks), 0) << f.lo << ".." << f.hi << " gamma " << gamma;
+        EXPECT_LT(fallbacks, static_cast<int>(v.size()) / 100) << f.lo << ".." << f.hi << " gamma " << gamma;
+      }
+    }
+  }
+  qrn::simd::SetWideVectors(1);
+}
+
+TEST(CGammaCurve, SamplesOutsideTheVectorRangeStillMatch) {
+  // The bottom itself (power of 0), below it (negative base: NaN), NaN, infinities, the top,
+  // huge samples whose power overflows, and the smallest positive bases.
+  const float bottom = 100.0f, top = 200.0f;
+  const float nan = std::numeric_limits<float>::quiet_NaN(), inf = std::numeric_limits<float>::infinity();
+  std::vector<float> v = {bottom, 99.0f, nan, inf, -inf, top, 3e38f, std::nextafter(bottom, 1e9f), 150.0f};
+  for (double gamma : {0.5, 2.0, 300.0}) {
+    int fallbacks = 0;
+    EXPECT_EQ(Mismatches(CGammaCurve(top, bottom, gamma), v, fallbacks), 0) << gamma;
+    EXPECT_GE(fallbacks, 5);  // at least the bottom, below it, NaN and the infinities
+  }
+}
+
+}  // namespace
