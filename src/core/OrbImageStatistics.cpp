@@ -8,6 +8,7 @@
 
 #include "core/LineLoop.h"
 #include "core/OrbImage.h"
+#include "core/RowSum.h"
 #include "kernels/Vec4.h"
 #include "platform/Parallel.h"
 #include "platform/QrnSys.h"
@@ -45,6 +46,19 @@ inline double SumLine(const float* line, int n) {
   }
   for (; x < n; ++x) s0 += line[x];
   return (s0 + s1) + (s2 + s3);
+}
+
+// Σ over lines, in line order, of (the line's left-to-right double sum) / (height × width).
+// The line sums are independent, so they are taken in parallel; only the total keeps its order.
+double SumOfLineSums(const COrbImage& image, int plane, double (*lineSum)(const float*, int)) {
+  const int w = image.GetWidth(), h = image.GetHeight();
+  const double area = double(h) * double(w);
+  std::vector<double> sums(static_cast<std::size_t>(h));
+#pragma omp parallel for schedule(static)
+  for (int y = 0; y < h; ++y) sums[y] = lineSum(image.GetImageAdr(0, y, plane), w);
+  double total = 0.0;
+  for (double s : sums) total += s / area;
+  return total;
 }
 
 // Median of a copy of values (upper middle for an even count); 0 for none.
@@ -153,30 +167,13 @@ void COrbImage::CalcMinMax(int margin) {
 
 float COrbImage::CalcAvr(int plane) {
   if (IsEmpty() || plane < 0 || plane >= GetPlanes() || GetHeight() < 1) return 0.0f;
-  const int w = GetWidth(), h = GetHeight();
-  const double area = double(h) * double(w);
-  double total = 0.0;
-  for (int y = 0; y < h; ++y) {
-    const float* line = GetImageAdr(0, y, plane);
-    double s = 0.0;
-    for (int x = 0; x < w; ++x) s += line[x];
-    total += s / area;
-  }
-  return static_cast<float>(total);
+  return static_cast<float>(SumOfLineSums(*this, plane, &CRowSum::Sum));
 }
 
 float COrbImage::CalcStdDev(int plane, const float* mean) {
   if (IsEmpty() || plane < 0 || plane >= GetPlanes()) return 0.0f;
   const float m = mean ? *mean : CalcAvr(plane);
-  const int w = GetWidth(), h = GetHeight();
-  const double area = double(h) * double(w);
-  double total = 0.0;
-  for (int y = 0; y < h; ++y) {
-    const float* line = GetImageAdr(0, y, plane);
-    double s = 0.0;
-    for (int x = 0; x < w; ++x) s += static_cast<double>(line[x] * line[x]);
-    total += s / area;
-  }
+  const double total = SumOfLineSums(*this, plane, &CRowSum::SumOfSquares);
   const float m2 = m * m;
   return static_cast<float>(std::sqrt(total - static_cast<double>(m2)));
 }

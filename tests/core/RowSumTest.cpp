@@ -1,0 +1,75 @@
+#include "core/RowSum.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <random>
+#include <vector>
+
+#include "kernels/Vec4.h"
+
+namespace {
+
+double InOrder(const std::vector<float>& v, bool squares) {
+  double s = 0.0;
+  for (float x : v) s += static_cast<double>(squares ? x * x : x);
+  return s;
+}
+
+bool SameBits(double a, double b) { return std::memcmp(&a, &b, sizeof a) == 0 || (std::isnan(a) && std::isnan(b)); }
+
+// Every row summed both ways on both vector widths equals the left-to-right sum bit for bit.
+void ExpectInOrder(const std::vector<float>& row, const char* what) {
+  for (int wide : {1, 0}) {
+    qrn::simd::SetWideVectors(wide);
+    const int n = static_cast<int>(row.size());
+    EXPECT_TRUE(SameBits(CRowSum::Sum(row.data(), n), InOrder(row, false))) << what << ", wide " << wide;
+    EXPECT_TRUE(SameBits(CRowSum::SumOfSquares(row.data(), n), InOrder(row, true))) << what << ", wide " << wide;
+  }
+  qrn::simd::SetWideVectors(1);
+}
+
+TEST(CRowSum, ImageRowsMatchTheLeftToRightSum) {
+  std::mt19937 rng(3);
+  std::uniform_real_distribution<float> counts(100.0f, 65535.0f), unit(0.0f, 1.0f), sky(-20.0f, 20.0f);
+  for (int n : {1, 3, 4, 7, 4096, 4099}) {
+    std::vector<float> adu(n), normalised(n), background(n), integers(n);
+    for (int i = 0; i < n; ++i) {
+      adu[i] = counts(rng);
+      normalised[i] = unit(rng);
+      background[i] = sky(rng);
+      integers[i] = std::floor(counts(rng));
+    }
+    ExpectInOrder(adu, "counts");
+    ExpectInOrder(normalised, "normalised");
+    ExpectInOrder(background, "background around zero");
+    ExpectInOrder(integers, "integer counts");
+  }
+}
+
+TEST(CRowSum, RowsWhoseOrderMattersAreSummedInOrder) {
+  // 2^53 followed by ones: in order every 1 is lost to rounding, while lane sums would keep
+  // them. Then a huge range of magnitudes, and terms that are not finite or not normal.
+  std::vector<float> big(64, 1.0f);
+  big[0] = 0x1p53f;
+  ExpectInOrder(big, "2^53 and ones");
+  // A modest range whose total just passes 2^53 units of the smallest term: the later partial
+  // sums round, so this row too must go in order.
+  std::vector<float> edge(17, 0x1p28f + 32.0f);
+  edge[0] = 1.0f + 0x1p-23f;
+  edge[9] = 3.0f + 0x1p-22f;
+  ExpectInOrder(edge, "just past 2^53 units");
+  std::vector<float> range;
+  for (int i = 0; i < 61; ++i) range.push_back(std::ldexp(1.0f + i / 64.0f, (i * 7) % 90 - 45));
+  ExpectInOrder(range, "wide range");
+  const float nan = std::numeric_limits<float>::quiet_NaN(), inf = std::numeric_limits<float>::infinity();
+  ExpectInOrder({1, 2, nan, 4, 5, 6, 7, 8, 9}, "NaN");
+  ExpectInOrder({1, 2, 3, 4, inf, 6, -inf, 8, 9}, "infinities");
+  ExpectInOrder({1, 2, 3, 4, 1e-41f, 6, 7, 8, 9}, "subnormal");
+  ExpectInOrder({1, 2, 3, 4, 3e20f, 6, 7, 8, 9}, "square overflows");
+  ExpectInOrder({0.0f, -0.0f, -0.0f, 0.0f, 5.0f, -5.0f, 0.0f, -0.0f}, "zeros and cancellation");
+}
+
+}  // namespace
