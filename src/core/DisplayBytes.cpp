@@ -1,7 +1,11 @@
 #include "core/DisplayBytes.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <limits>
 
 #include "kernels/Vec4.h"
 
@@ -27,7 +31,102 @@ inline int ByteOf(const Window& w, float s) {
   return static_cast<int>(t);
 }
 
+// Floats in the order of their values as unsigned integers (NaNs left out by the callers).
+std::uint32_t OrderKey(float f) {
+  std::uint32_t u;
+  std::memcpy(&u, &f, sizeof u);
+  return (u & 0x80000000u) ? ~u : u | 0x80000000u;
+}
+
+float FromOrderKey(std::uint32_t key) {
+  const std::uint32_t u = (key & 0x80000000u) ? key & 0x7fffffffu : ~key;
+  float f;
+  std::memcpy(&f, &u, sizeof f);
+  return f;
+}
+
+// The smallest float at or above x, and the largest at or below it.
+float FloatAtOrAbove(double x) {
+  const float f = static_cast<float>(x);
+  return f < x ? std::nextafter(f, std::numeric_limits<float>::infinity()) : f;
+}
+
+float FloatAtOrBelow(double x) {
+  const float f = static_cast<float>(x);
+  return f > x ? std::nextafter(f, -std::numeric_limits<float>::infinity()) : f;
+}
+
 #if QRN_HAVE_WIDE_TARGET
+
+// The step table of a window, as the wide row reads it.
+struct Steps {
+  float offset, scale, top;
+  float certainAbove, certainBelow;  // fractions of the estimate that leave no doubt
+  const float* edge;
+};
+
+// Eight samples: their estimates e, clamped to [0, 255] (NaN to 0) and forced to 255 at or
+// above the top, and a mask of the lanes whose byte is certainly trunc(e).
+struct Estimate8 {
+  __m256 e;
+  __m256 certain;
+};
+
+// The estimate lies within a known bound of the exact value, so trunc(e) is the byte unless
+// e lies within that bound of an integer. Below 1 the byte cannot be less than trunc(e) = 0,
+// and at or above the top it is 255 whatever e says.
+QRN_WIDE_TARGET inline Estimate8 Estimate(const Steps& w, __m256 s) {
+  const __m256 k255 = _mm256_set1_ps(255.0f), one = _mm256_set1_ps(1.0f);
+  __m256 e = _mm256_mul_ps(_mm256_sub_ps(s, _mm256_set1_ps(w.offset)), _mm256_set1_ps(w.scale));
+  e = _mm256_min_ps(_mm256_max_ps(e, _mm256_setzero_ps()), k255);
+  const __m256 atTop = _mm256_cmp_ps(s, _mm256_set1_ps(w.top), _CMP_GE_OQ);
+  e = _mm256_blendv_ps(e, k255, atTop);
+  const __m256 f = _mm256_sub_ps(e, _mm256_round_ps(e, _MM_FROUND_TO_ZERO | _MM_FROUND_NO_EXC));
+  const __m256 lowerSure = _mm256_or_ps(_mm256_cmp_ps(f, _mm256_set1_ps(w.certainAbove), _CMP_GT_OQ),
+                                        _mm256_cmp_ps(e, one, _CMP_LT_OQ));
+  const __m256 upperSure = _mm256_cmp_ps(f, _mm256_set1_ps(w.certainBelow), _CMP_LT_OQ);
+  return {e, _mm256_or_ps(_mm256_and_ps(lowerSure, upperSure), atTop)};
+}
+
+// The bytes of eight samples from their estimates, every lane decided by the edge table: the
+// nearest integer r of e is the byte or one above it, and the byte is r − 1 exactly when the
+// sample lies below the edge of step r. A NaN sample has e = 0 and compares false.
+QRN_WIDE_TARGET inline __m256i DecideByEdges(const Steps& w, __m256 s, __m256 e) {
+  const __m256i r = _mm256_cvtps_epi32(e);
+  const __m256 edge = _mm256_i32gather_ps(w.edge, r, 4);
+  return _mm256_add_epi32(r, _mm256_castps_si256(_mm256_cmp_ps(s, edge, _CMP_LT_OQ)));
+}
+
+// One sample the way DecideByEdges takes a lane.
+inline BYTE StepByte(const Steps& w, float s) {
+  float e = (s - w.offset) * w.scale;
+  e = e > 0.0f ? e : 0.0f;  // NaN too
+  e = e < 255.0f ? e : 255.0f;
+  const int r = s >= w.top ? 255 : static_cast<int>(std::nearbyint(e));
+  return static_cast<BYTE>(s < w.edge[r] ? r - 1 : r);
+}
+
+QRN_WIDE_TARGET inline __m128i Pack8(__m256i v) {
+  return _mm_packs_epi32(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
+}
+
+QRN_WIDE_TARGET void StepRowWide(const Steps& w, const float* s, int n, BYTE* out) {
+  int i = 0;
+  for (; i + 16 <= n; i += 16) {
+    const __m256 s0 = _mm256_loadu_ps(s + i), s1 = _mm256_loadu_ps(s + i + 8);
+    const Estimate8 a = Estimate(w, s0), b = Estimate(w, s1);
+    __m256i bytes0, bytes1;
+    if (_mm256_movemask_ps(_mm256_and_ps(a.certain, b.certain)) == 0xff) {
+      bytes0 = _mm256_cvttps_epi32(a.e);
+      bytes1 = _mm256_cvttps_epi32(b.e);
+    } else {
+      bytes0 = DecideByEdges(w, s0, a.e);
+      bytes1 = DecideByEdges(w, s1, b.e);
+    }
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), _mm_packus_epi16(Pack8(bytes0), Pack8(bytes1)));
+  }
+  for (; i < n; ++i) out[i] = StepByte(w, s[i]);
+}
 
 // Four samples to four int32 bytes, lane for lane the operations of ByteOf. max_pd returns
 // its second operand when the first is NaN, as `t > 0 ? t : 0` does.
@@ -89,6 +188,42 @@ QRN_WIDE_TARGET int InterleaveWide(const BYTE* b, const BYTE* g, const BYTE* r, 
 
 }  // namespace
 
+CDisplayBytes::CDisplayBytes(double min, double max, double range) : m_min(min), m_max(max), m_range(range) {
+  BuildSteps();
+}
+
+void CDisplayBytes::BuildSteps() {
+  if (!(std::isfinite(m_min) && std::isfinite(m_max) && m_min < m_max && m_range > 0 && std::isfinite(m_range)))
+    return;
+  const float scale = static_cast<float>(255.0 / m_range);
+  if (!std::isnormal(scale)) return;
+  // Bound on |estimate − exact| for samples inside the window: the float offset is off by
+  // 2^-24 |min|, and three float roundings of at most 2^-24 each act on the difference and
+  // the product; the double rule's own rounding is far below 1e-9.
+  const double bound = 255.0 / m_range * 0x1p-22 * (std::fabs(m_min) + (m_max - m_min)) + 1e-9;
+  if (!(bound < 0.25)) return;
+  m_offset = static_cast<float>(m_min);
+  m_scale = scale;
+  m_top = FloatAtOrAbove(m_max);
+  m_certainAbove = FloatAtOrAbove(bound);
+  m_certainBelow = FloatAtOrBelow(1.0 - bound);
+  // Each edge by bisection over the ordered floats; the byte of +∞ is 255, so every step
+  // has an edge.
+  const Window w{m_min, m_max, m_range};
+  m_edge[0] = -std::numeric_limits<float>::infinity();
+  std::uint32_t lo = OrderKey(m_edge[0]);
+  for (int k = 1; k < 256; ++k) {
+    std::uint32_t hi = OrderKey(std::numeric_limits<float>::infinity());
+    while (lo < hi) {
+      const std::uint32_t mid = lo + (hi - lo) / 2;
+      if (ByteOf(w, FromOrderKey(mid)) >= k) hi = mid;
+      else lo = mid + 1;
+    }
+    m_edge[k] = FromOrderKey(lo);
+  }
+  m_steps = true;
+}
+
 BYTE CDisplayBytes::operator()(float s) const {
   return static_cast<BYTE>(ByteOf(Window{m_min, m_max, m_range}, s));
 }
@@ -113,7 +248,8 @@ void CDisplayBytes::RowScalar(const float* s, int n, BYTE* out) const {
 
 void CDisplayBytes::RowWide(const float* s, int n, BYTE* out) const {
 #if QRN_HAVE_WIDE_TARGET
-  ::RowWide(Window{m_min, m_max, m_range}, s, n, out);
+  if (m_steps) StepRowWide(Steps{m_offset, m_scale, m_top, m_certainAbove, m_certainBelow, m_edge}, s, n, out);
+  else ::RowWide(Window{m_min, m_max, m_range}, s, n, out);
 #else
   RowScalar(s, n, out);
 #endif

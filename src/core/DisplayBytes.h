@@ -4,12 +4,15 @@
 
 /// @brief Maps samples to display bytes: 0 at or below the level minimum, 255 at or above the
 /// maximum, else (s − min) / range × 255 truncated, evaluated in double. NaN samples and
-/// degenerate windows give 0. Rows run eight or sixteen samples at a time on processors with
-/// 256-bit vectors; every path performs the same IEEE operations, so all give the same bytes.
+/// degenerate windows give 0. On processors with 256-bit vectors, rows of an ordinary window
+/// run sixteen samples at a time without a division: the byte is a non-decreasing step function
+/// of the sample, so a float estimate with a known error bound gives the byte wherever it is
+/// not within that bound of an integer, and a table of the exact step edges decides the rest.
+/// Every path gives the bytes of the rule.
 class CDisplayBytes {
  public:
   CDisplayBytes() = default;
-  CDisplayBytes(double min, double max, double range) : m_min(min), m_max(max), m_range(range) {}
+  CDisplayBytes(double min, double max, double range);
 
   /// The byte of one sample.
   BYTE operator()(float s) const;
@@ -24,6 +27,15 @@ class CDisplayBytes {
  private:
   void RowScalar(const float* s, int n, BYTE* out) const;
   void RowWide(const float* s, int n, BYTE* out) const;
+  void BuildSteps();
 
   double m_min = 0, m_max = 0, m_range = 0;
+  // The step table, when the window allows the float estimate: m_edge[k] is the smallest
+  // sample whose byte is at least k (m_edge[0] = −∞); the estimate is (s − m_offset) × m_scale,
+  // forced to 255 from m_top (the smallest float at or above the maximum) on. Its fraction
+  // strictly between m_certainAbove and m_certainBelow leaves no doubt about the byte.
+  bool m_steps = false;
+  float m_offset = 0, m_scale = 0, m_top = 0;
+  float m_certainAbove = 0, m_certainBelow = 0;
+  float m_edge[256] = {};
 };
