@@ -4,7 +4,6 @@
 #include <cstring>
 #include <limits>
 #include <new>
-#include <vector>
 
 #include "core/DisplayBytes.h"
 #include "core/LineLoop.h"
@@ -51,24 +50,36 @@ void RenderGrey(const COrbImage& image, const CDisplayBytes& bytes, int y, int x
   if (x1 > x0) bytes.Row(image.GetImageAdr(x0, y, 0), x1 - x0, out);
 }
 
-// Palette of the area's colours and each pixel's index in it; false when memory runs out.
+// The display bytes of colour image line y, columns [x0, x1), one plane to each array.
+void RenderPlanes(const COrbImage& image, const CPlaneBytes& bytes, int y, int x0, int x1, BYTE* r, BYTE* g, BYTE* b) {
+  BYTE* out[3] = {r, g, b};
+  for (int k = 0; k < 3; ++k) bytes.plane[k].Row(image.GetImageAdr(x0, y, k), x1 - x0, out[k]);
+}
+
+// Palette of the area's colours; false when memory runs out. The rows are rendered once for
+// counting and again for mapping, which costs less than keeping the whole area's bytes.
 bool ReduceColours(const COrbImage& image, const CPlaneBytes& bytes, int left, int top, int right, int bottom,
-                   CPaletteQuantizer& quantizer, std::vector<BYTE>& bgr) {
-  const int width = right - left;
+                   CPaletteQuantizer& quantizer) {
   try {
-    bgr.resize(std::size_t(width) * 3 * (bottom - top));
+    quantizer.AddRows(bottom - top, right - left, [&](int row, BYTE* r, BYTE* g, BYTE* b) {
+      RenderPlanes(image, bytes, top + row, left, right, r, g, b);
+    });
   } catch (const std::bad_alloc&) {
     return false;
   }
-#pragma omp parallel for schedule(static)
-  for (int y = top; y < bottom; ++y)
-    RenderBgr(image, bytes, y, left, right, bgr.data() + std::size_t(y - top) * width * 3, 3);
-  for (int y = top; y < bottom; ++y) quantizer.AddPixelsBgr(bgr.data() + std::size_t(y - top) * width * 3, width);
   return quantizer.BuildPalette(256) > 0;
 }
 
-void MapColours(const CPaletteQuantizer& quantizer, const BYTE* bgr, int count, BYTE* out) {
-  for (int i = 0; i < count; ++i, bgr += 3) out[i] = quantizer.Map(bgr[2], bgr[1], bgr[0]);
+// Writes the palette indices of colour image line y, columns [x0, x1), a chunk at a time.
+void MapColours(const COrbImage& image, const CPlaneBytes& bytes, const CPaletteQuantizer& quantizer, int y, int x0,
+                int x1, BYTE* out) {
+  constexpr int kChunk = 1024;
+  BYTE r[kChunk], g[kChunk], b[kChunk];
+  for (int x = x0; x < x1; x += kChunk) {
+    const int n = std::min(kChunk, x1 - x);
+    RenderPlanes(image, bytes, y, x, x + n, r, g, b);
+    quantizer.MapPixels(r, g, b, n, out + (x - x0));
+  }
 }
 
 }  // namespace
@@ -108,15 +119,14 @@ HGLOBAL COrbImage::GetDib(int bits) {
     for (int y = 0; y < height; ++y) RenderGrey(*this, bytes.plane[0], y, 0, width, row(y));
   } else {
     CPaletteQuantizer quantizer;
-    std::vector<BYTE> bgr;
-    if (!ReduceColours(*this, bytes, 0, 0, width, height, quantizer, bgr)) {
+    if (!ReduceColours(*this, bytes, 0, 0, width, height, quantizer)) {
       GlobalUnlock(block);
       GlobalFree(block);
       return nullptr;
     }
     std::memcpy(palette, quantizer.GetPalette(), paletteSize);
 #pragma omp parallel for schedule(static)
-    for (int y = 0; y < height; ++y) MapColours(quantizer, bgr.data() + std::size_t(y) * width * 3, width, row(y));
+    for (int y = 0; y < height; ++y) MapColours(*this, bytes, quantizer, y, 0, width, row(y));
   }
   GlobalUnlock(block);
   return block;
@@ -132,20 +142,18 @@ int COrbImage::ToDIB(CMemoryDIB* dib, CRect* rect, int showProgress) {
   bottom = std::min(bottom, dib->GetHeight());
   if (left >= right || top >= bottom) return 1;
   const CPlaneBytes bytes(*this);
-  const int width = right - left;
 
   CPaletteQuantizer quantizer;
-  std::vector<BYTE> bgr;
   const bool reduce = bits == 8 && GetPlanes() >= 3;
   if (reduce) {
-    if (!ReduceColours(*this, bytes, left, top, right, bottom, quantizer, bgr)) return 0;
+    if (!ReduceColours(*this, bytes, left, top, right, bottom, quantizer)) return 0;
     dib->SetPalette(quantizer.GetPalette(), CBaseDIB::kPaletteEntries);
   }
   ShowProgressInit(showProgress, kTitleRender, bottom - top);
   CLineLoop(*this).Run(top, bottom, [&](int y) {
     switch (bits) {
       case 8:
-        if (reduce) MapColours(quantizer, bgr.data() + std::size_t(y - top) * width * 3, width, dib->GetImageAdr8(left, y));
+        if (reduce) MapColours(*this, bytes, quantizer, y, left, right, dib->GetImageAdr8(left, y));
         else RenderGrey(*this, bytes.plane[0], y, left, right, dib->GetImageAdr8(left, y));
         break;
       case 16: {

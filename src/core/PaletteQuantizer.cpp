@@ -3,8 +3,14 @@
 
 #include <algorithm>
 #include <cmath>
+#include <memory>
+
+#include "platform/Parallel.h"
 
 namespace {
+
+// Pixels whose cells are computed at once: a batch the compiler can vectorise.
+constexpr int kChunk = 256;
 
 // One occupied histogram cell: its pixel count and mean colour.
 struct COccupied {
@@ -67,23 +73,62 @@ void PlanSplit(std::vector<COccupied>& cells, CBox& box) {
 
 CPaletteQuantizer::CPaletteQuantizer() : m_cells(kCells), m_map(kCells, -1) {}
 
-void CPaletteQuantizer::AddPixels(const BYTE* r, const BYTE* g, const BYTE* b, int count) {
-  for (int i = 0; i < count; ++i) {
-    CCell& c = m_cells[CellOf(r[i], g[i], b[i])];
-    ++c.count;
-    c.sum[0] += r[i];
-    c.sum[1] += g[i];
-    c.sum[2] += b[i];
+void CPaletteQuantizer::CellsOf(const BYTE* r, const BYTE* g, const BYTE* b, int count, std::uint32_t* cells) {
+  for (int i = 0; i < count; ++i) cells[i] = CellOf(r[i], g[i], b[i]);
+}
+
+void CPaletteQuantizer::Count(CCell* cells, const BYTE* r, const BYTE* g, const BYTE* b, int count) {
+  std::uint32_t cell[kChunk];
+  for (int x = 0; x < count; x += kChunk) {
+    const int n = std::min(kChunk, count - x);
+    CellsOf(r + x, g + x, b + x, n, cell);
+    for (int i = 0; i < n; ++i) {
+      CCell& c = cells[cell[i]];
+      ++c.count;
+      c.sum[0] += r[x + i];
+      c.sum[1] += g[x + i];
+      c.sum[2] += b[x + i];
+    }
   }
 }
 
-void CPaletteQuantizer::AddPixelsBgr(const BYTE* bgr, int count) {
-  for (int i = 0; i < count; ++i, bgr += 3) {
-    CCell& c = m_cells[CellOf(bgr[2], bgr[1], bgr[0])];
-    ++c.count;
-    c.sum[0] += bgr[2];
-    c.sum[1] += bgr[1];
-    c.sum[2] += bgr[0];
+void CPaletteQuantizer::AddPixels(const BYTE* r, const BYTE* g, const BYTE* b, int count) {
+  Count(m_cells.data(), r, g, b, count);
+}
+
+void CPaletteQuantizer::AddRows(int rows, int width,
+                                const std::function<void(int row, BYTE* r, BYTE* g, BYTE* b)>& render) {
+  // Thread 0 counts into the quantizer's own cells, every other thread into a histogram of
+  // its own that is added in afterwards. The counts and sums are integers, so the result does
+  // not depend on how the rows were shared out. The histograms are allocated here, where
+  // running out of memory can be reported, but zeroed by their threads; a thread that does
+  // not join the team leaves its histogram out.
+  const int threads = CParallel::GetMaxThreads();
+  const auto others = std::make_unique_for_overwrite<CCell[]>(std::size_t(threads - 1) * kCells);
+  std::vector<char> joined(threads, 0);
+  std::vector<BYTE> rowBytes(std::size_t(threads) * 3 * width);
+#pragma omp parallel
+  {
+    const int thread = CParallel::GetThreadNum();
+    CCell* cells = thread == 0 ? m_cells.data() : others.get() + std::size_t(thread - 1) * kCells;
+    if (thread > 0) std::fill_n(cells, kCells, CCell{});
+    joined[thread] = 1;
+    BYTE* r = rowBytes.data() + std::size_t(thread) * 3 * width;
+    BYTE* g = r + width;
+    BYTE* b = g + width;
+#pragma omp for schedule(static)
+    for (int y = 0; y < rows; ++y) {
+      render(y, r, g, b);
+      Count(cells, r, g, b, width);
+    }
+#pragma omp for schedule(static)
+    for (int i = 0; i < kCells; ++i)
+      for (int t = 1; t < threads; ++t) {
+        if (!joined[t]) continue;
+        const CCell& c = others[std::size_t(t - 1) * kCells + i];
+        m_cells[i].count += c.count;
+        for (int k = 0; k < 3; ++k) m_cells[i].sum[k] += c.sum[k];
+      }
   }
 }
 
@@ -148,7 +193,11 @@ BYTE CPaletteQuantizer::Nearest(double r, double g, double b) const {
   return BYTE(best);
 }
 
-BYTE CPaletteQuantizer::Map(BYTE r, BYTE g, BYTE b) const {
-  const int index = m_map[CellOf(r, g, b)];
-  return index >= 0 ? BYTE(index) : Nearest(r, g, b);
+void CPaletteQuantizer::MapPixels(const BYTE* r, const BYTE* g, const BYTE* b, int count, BYTE* out) const {
+  std::uint32_t cell[kChunk];
+  for (int x = 0; x < count; x += kChunk) {
+    const int n = std::min(kChunk, count - x);
+    CellsOf(r + x, g + x, b + x, n, cell);
+    for (int i = 0; i < n; ++i) out[x + i] = MapCell(cell[i], r[x + i], g[x + i], b[x + i]);
+  }
 }

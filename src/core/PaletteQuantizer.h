@@ -1,6 +1,7 @@
 // Adaptive palette for showing a colour picture in at most 256 colours.
 #pragma once
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 #include "core/BaseDIB.h"
@@ -26,8 +27,11 @@ class CPaletteQuantizer {
 
   /// Counts count pixels of separate red, green and blue byte arrays.
   void AddPixels(const BYTE* r, const BYTE* g, const BYTE* b, int count);
-  /// Counts count pixels stored as blue, green, red byte triples.
-  void AddPixelsBgr(const BYTE* bgr, int count);
+  /// Counts rows 0 .. rows − 1 of width pixels each, on the thread team. render(row, r, g, b)
+  /// writes a row's red, green and blue bytes to three arrays of width bytes; it is called
+  /// from several threads at once. Throws std::bad_alloc when the per-thread histograms do
+  /// not fit in memory.
+  void AddRows(int rows, int width, const std::function<void(int row, BYTE* r, BYTE* g, BYTE* b)>& render);
   /// Builds the palette of at most colours entries (1 .. 256) from the pixels counted so far.
   /// Returns the number of entries used; 0 when no pixel was counted.
   int BuildPalette(int colours = 256);
@@ -38,15 +42,25 @@ class CPaletteQuantizer {
   /// Palette index of a pixel: the entry nearest its cell's mean colour, or nearest the
   /// colour itself when its cell was not counted. Call after BuildPalette; safe from several
   /// threads at once.
-  BYTE Map(BYTE r, BYTE g, BYTE b) const;
+  BYTE Map(BYTE r, BYTE g, BYTE b) const { return MapCell(CellOf(r, g, b), r, g, b); }
+  /// out[i] = Map(r[i], g[i], b[i]) for i in [0, count).
+  void MapPixels(const BYTE* r, const BYTE* g, const BYTE* b, int count, BYTE* out) const;
 
  private:
+  // Plain data, so that a value-initialised cell is zero and a per-thread histogram can be
+  // allocated without being written.
   struct CCell {
-    std::uint32_t count = 0;
-    std::uint64_t sum[3] = {0, 0, 0};
+    std::uint32_t count;
+    std::uint64_t sum[3];
   };
   static int CellOf(BYTE r, BYTE g, BYTE b) {
     return ((r >> (8 - kBits)) << (2 * kBits)) | ((g >> (8 - kBits)) << kBits) | (b >> (8 - kBits));
+  }
+  static void CellsOf(const BYTE* r, const BYTE* g, const BYTE* b, int count, std::uint32_t* cells);
+  static void Count(CCell* cells, const BYTE* r, const BYTE* g, const BYTE* b, int count);
+  BYTE MapCell(int cell, BYTE r, BYTE g, BYTE b) const {
+    const int index = m_map[cell];
+    return index >= 0 ? BYTE(index) : Nearest(r, g, b);
   }
   BYTE Nearest(double r, double g, double b) const;
 

@@ -1,4 +1,4 @@
-// CPaletteQuantizer: exact palettes for few colours, order independence, nearest mapping.
+// CPaletteQuantizer: exact palettes for few colours, independence of order and threads, nearest mapping.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -24,21 +24,34 @@ TEST(PaletteQuantizerTest, FewColoursGetTheirOwnEntries) {
   }
 }
 
-TEST(PaletteQuantizerTest, PaletteDoesNotDependOnPixelOrder) {
+TEST(PaletteQuantizerTest, RowsCountedOnTheThreadTeamGiveThePaletteOfOnePassInAnyOrder) {
+  // Rows counted by the team (each thread into its own histogram) against the same pixels
+  // counted one by one in reverse order: the same palette, and row mapping equal to Map.
+  const int rows = 37, width = 301;
   std::mt19937 rng(3);
-  std::vector<BYTE> bgr(3 * 5000);
-  for (auto& v : bgr) v = BYTE(rng());
-  CPaletteQuantizer a, b;
-  a.AddPixelsBgr(bgr.data(), 5000);
-  // The same pixels in reverse order.
-  std::vector<BYTE> reversed(bgr.size());
-  for (int i = 0; i < 5000; ++i) std::copy_n(&bgr[3 * (4999 - i)], 3, &reversed[3 * i]);
-  b.AddPixelsBgr(reversed.data(), 5000);
-  ASSERT_EQ(a.BuildPalette(), 256);
-  ASSERT_EQ(b.BuildPalette(), 256);
-  EXPECT_TRUE(std::equal(a.GetPalette(), a.GetPalette() + 256, b.GetPalette(), [](RGBQUAD x, RGBQUAD y) {
+  std::vector<BYTE> planes(std::size_t(3) * rows * width);
+  for (auto& v : planes) v = BYTE(rng() % 7 == 0 ? 200 : rng());
+  auto plane = [&](int k, int row) { return planes.data() + (std::size_t(3) * row + k) * width; };
+  CPaletteQuantizer team, serial;
+  team.AddRows(rows, width, [&](int row, BYTE* r, BYTE* g, BYTE* b) {
+    std::copy_n(plane(0, row), width, r);
+    std::copy_n(plane(1, row), width, g);
+    std::copy_n(plane(2, row), width, b);
+  });
+  for (int row = rows - 1; row >= 0; --row)
+    for (int x = width - 1; x >= 0; --x) serial.AddPixels(plane(0, row) + x, plane(1, row) + x, plane(2, row) + x, 1);
+  ASSERT_EQ(team.BuildPalette(), 256);
+  ASSERT_EQ(serial.BuildPalette(), 256);
+  EXPECT_TRUE(std::equal(team.GetPalette(), team.GetPalette() + 256, serial.GetPalette(), [](RGBQUAD x, RGBQUAD y) {
     return x.rgbRed == y.rgbRed && x.rgbGreen == y.rgbGreen && x.rgbBlue == y.rgbBlue;
   }));
+  std::vector<BYTE> mapped(width);
+  int wrong = 0;
+  for (int row = 0; row < rows; ++row) {
+    team.MapPixels(plane(0, row), plane(1, row), plane(2, row), width, mapped.data());
+    for (int x = 0; x < width; ++x) wrong += mapped[x] != serial.Map(plane(0, row)[x], plane(1, row)[x], plane(2, row)[x]);
+  }
+  EXPECT_EQ(wrong, 0);
 }
 
 TEST(PaletteQuantizerTest, TwoClustersSplitIntoTwoWeightedMeans) {
