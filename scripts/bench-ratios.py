@@ -9,10 +9,11 @@ import sys
 
 
 def planes_of(name):
-    m = re.search(r"(grey|gray|colour|color|/1$|/3$)", name, re.I)
+    # A whole path segment, so that a member name such as GetAvrGrayRaw does not count.
+    m = re.search(r"/(grey|gray|colour|color|1|3)(?=/|$)", name, re.I)
     if not m:
         return None
-    return 3 if m.group(1).lower() in ("colour", "color", "/3") else 1
+    return 3 if m.group(1).lower() in ("colour", "color", "3") else 1
 
 
 def report(program):
