@@ -110,6 +110,36 @@ QRN_WIDE_TARGET inline __m128i Pack8(__m256i v) {
   return _mm_packs_epi32(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
 }
 
+// Shuffle masks that repeat each of 16 bytes three times over 48 bytes: mask[k] fills
+// output vector k (bytes 16k .. 16k + 15).
+struct TripleMasks {
+  alignas(16) signed char mask[3][16];
+  constexpr TripleMasks() : mask{} {
+    for (int k = 0; k < 3; ++k)
+      for (int j = 0; j < 16; ++j) mask[k][j] = static_cast<signed char>((16 * k + j) / 3);
+  }
+};
+constexpr TripleMasks kTriple;
+
+// Writes 16 bytes kCopies times each: once for a plane, three times for a grey BGR pixel.
+template <int kCopies>
+QRN_WIDE_TARGET inline void Store16(__m128i v, BYTE* out) {
+  if constexpr (kCopies == 1) {
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), v);
+  } else {
+    static_assert(kCopies == 3);
+    const __m128i* m = reinterpret_cast<const __m128i*>(kTriple.mask);
+    for (int k = 0; k < 3; ++k)
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 16 * k), _mm_shuffle_epi8(v, _mm_load_si128(m + k)));
+  }
+}
+
+template <int kCopies>
+inline void Store1(BYTE v, BYTE* out) {
+  for (int c = 0; c < kCopies; ++c) out[c] = v;
+}
+
+template <int kCopies>
 QRN_WIDE_TARGET void StepRowWide(const Steps& w, const float* s, int n, BYTE* out) {
   int i = 0;
   for (; i + 16 <= n; i += 16) {
@@ -123,9 +153,9 @@ QRN_WIDE_TARGET void StepRowWide(const Steps& w, const float* s, int n, BYTE* ou
       bytes0 = DecideByEdges(w, s0, a.e);
       bytes1 = DecideByEdges(w, s1, b.e);
     }
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), _mm_packus_epi16(Pack8(bytes0), Pack8(bytes1)));
+    Store16<kCopies>(_mm_packus_epi16(Pack8(bytes0), Pack8(bytes1)), out + kCopies * i);
   }
-  for (; i < n; ++i) out[i] = StepByte(w, s[i]);
+  for (; i < n; ++i) Store1<kCopies>(StepByte(w, s[i]), out + kCopies * i);
 }
 
 // Four samples to four int32 bytes, lane for lane the operations of ByteOf. max_pd returns
@@ -142,14 +172,15 @@ QRN_WIDE_TARGET inline __m128i Bytes4(const Window& w, __m128 s) {
   return _mm256_cvttpd_epi32(t);
 }
 
-QRN_WIDE_TARGET void RowWide(const Window& w, const float* s, int n, BYTE* out) {
+template <int kCopies>
+QRN_WIDE_TARGET void RuleRowWide(const Window& w, const float* s, int n, BYTE* out) {
   int i = 0;
   for (; i + 16 <= n; i += 16) {
     const __m128i a = _mm_packs_epi32(Bytes4(w, _mm_loadu_ps(s + i)), Bytes4(w, _mm_loadu_ps(s + i + 4)));
     const __m128i b = _mm_packs_epi32(Bytes4(w, _mm_loadu_ps(s + i + 8)), Bytes4(w, _mm_loadu_ps(s + i + 12)));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), _mm_packus_epi16(a, b));
+    Store16<kCopies>(_mm_packus_epi16(a, b), out + kCopies * i);
   }
-  for (; i < n; ++i) out[i] = static_cast<BYTE>(ByteOf(w, s[i]));
+  for (; i < n; ++i) Store1<kCopies>(static_cast<BYTE>(ByteOf(w, s[i])), out + kCopies * i);
 }
 
 // Shuffle masks that spread 16 bytes of one channel over 48 interleaved bytes: mask[c][k]
@@ -229,7 +260,7 @@ BYTE CDisplayBytes::operator()(float s) const {
 }
 
 void CDisplayBytes::Row(const float* s, int n, BYTE* out) const {
-  if (qrn::simd::WideVectors()) RowWide(s, n, out);
+  if (qrn::simd::WideVectors()) RowWide<1>(s, n, out);
   else RowScalar(s, n, out);
 }
 
@@ -246,13 +277,28 @@ void CDisplayBytes::RowScalar(const float* s, int n, BYTE* out) const {
   }
 }
 
+template <int kCopies>
 void CDisplayBytes::RowWide(const float* s, int n, BYTE* out) const {
 #if QRN_HAVE_WIDE_TARGET
-  if (m_steps) StepRowWide(Steps{m_offset, m_scale, m_top, m_certainAbove, m_certainBelow, m_edge}, s, n, out);
-  else ::RowWide(Window{m_min, m_max, m_range}, s, n, out);
+  if (m_steps) StepRowWide<kCopies>(Steps{m_offset, m_scale, m_top, m_certainAbove, m_certainBelow, m_edge}, s, n, out);
+  else RuleRowWide<kCopies>(Window{m_min, m_max, m_range}, s, n, out);
 #else
-  RowScalar(s, n, out);
+  (void)s, (void)n, (void)out;
 #endif
+}
+
+void CDisplayBytes::RowTriple(const float* s, int n, BYTE* out) const {
+  if (qrn::simd::WideVectors()) {
+    RowWide<3>(s, n, out);
+    return;
+  }
+  constexpr int kChunk = 256;
+  BYTE bytes[kChunk];
+  for (int x0 = 0; x0 < n; x0 += kChunk) {
+    const int m = std::min(kChunk, n - x0);
+    RowScalar(s + x0, m, bytes);
+    for (int i = 0; i < m; ++i, out += 3) out[0] = out[1] = out[2] = bytes[i];
+  }
 }
 
 void CDisplayBytes::Interleave(const BYTE* b, const BYTE* g, const BYTE* r, int n, BYTE* out, int step) {

@@ -19,6 +19,9 @@ class CDisplayBytes {
 
   /// out[i] = byte of s[i] for i in [0, n).
   void Row(const float* s, int n, BYTE* out) const;
+  /// out[3i], out[3i + 1] and out[3i + 2] = byte of s[i] for i in [0, n): grey samples as
+  /// blue, green, red pixels.
+  void RowTriple(const float* s, int n, BYTE* out) const;
 
   /// Writes n pixels of `step` bytes (3 or more) whose first three bytes are b[i], g[i], r[i];
   /// bytes past the third are left as they are.
@@ -26,7 +29,8 @@ class CDisplayBytes {
 
  private:
   void RowScalar(const float* s, int n, BYTE* out) const;
-  void RowWide(const float* s, int n, BYTE* out) const;
+  template <int kCopies>
+  void RowWide(const float* s, int n, BYTE* out) const;  // each byte written kCopies times
   void BuildSteps();
 
   double m_min = 0, m_max = 0, m_range = 0;

@@ -34,6 +34,10 @@ void RenderBgr(const COrbImage& image, const CPlaneBytes& bytes, int y, int x0, 
   constexpr int kChunk = 1024;
   BYTE b[kChunk], g[kChunk], r[kChunk];
   const int color = image.GetPlanes() >= 3;
+  if (!color && step == 3) {
+    if (x1 > x0) bytes.plane[0].RowTriple(image.GetImageAdr(x0, y, 0), x1 - x0, out);
+    return;
+  }
   for (int x = x0; x < x1; x += kChunk) {
     const int n = std::min(kChunk, x1 - x);
     bytes.plane[0].Row(image.GetImageAdr(x, y, 0), n, r);

@@ -1,4 +1,5 @@
-// Display bytes of whole rows against the per-sample rule, on every vector path.
+// Display bytes of whole rows, single and as grey BGR pixels, against the per-sample rule, on
+// every vector path.
 #include "core/DisplayBytes.h"
 
 #include <gtest/gtest.h>
@@ -55,13 +56,15 @@ struct Window {
 
 int CountWrongBytes(const Window& w, const std::vector<float>& samples) {
   const CDisplayBytes bytes(w.min, w.max, w.range);
-  std::vector<BYTE> row(samples.size());
+  std::vector<BYTE> row(samples.size()), triple(3 * samples.size());
   bytes.Row(samples.data(), int(samples.size()), row.data());
+  bytes.RowTriple(samples.data(), int(samples.size()), triple.data());
   int wrong = 0;
   for (std::size_t i = 0; i < samples.size(); ++i) {
     const BYTE expected = RuleByte(samples[i], w.min, w.max, w.range);
     wrong += row[i] != expected;
     wrong += bytes(samples[i]) != expected;
+    for (int c = 0; c < 3; ++c) wrong += triple[3 * i + c] != expected;
   }
   return wrong;
 }
