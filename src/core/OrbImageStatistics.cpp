@@ -48,17 +48,31 @@ inline double SumLine(const float* line, int n) {
   return (s0 + s1) + (s2 + s3);
 }
 
-// Σ over lines, in line order, of (the line's left-to-right double sum) / (height × width).
+// Σ over lines, in line order, of (a line's left-to-right double sum) / (height × width).
+double TotalInLineOrder(const std::vector<double>& lineSums, const COrbImage& image) {
+  const double area = double(image.GetHeight()) * double(image.GetWidth());
+  double total = 0.0;
+  for (double s : lineSums) total += s / area;
+  return total;
+}
+
 // The line sums are independent, so they are taken in parallel; only the total keeps its order.
 double SumOfLineSums(const COrbImage& image, int plane, double (*lineSum)(const float*, int)) {
   const int w = image.GetWidth(), h = image.GetHeight();
-  const double area = double(h) * double(w);
   std::vector<double> sums(static_cast<std::size_t>(h));
 #pragma omp parallel for schedule(static)
   for (int y = 0; y < h; ++y) sums[y] = lineSum(image.GetImageAdr(0, y, plane), w);
-  double total = 0.0;
-  for (double s : sums) total += s / area;
-  return total;
+  return TotalInLineOrder(sums, image);
+}
+
+// The totals of the samples and of their squares, as SumOfLineSums gives them, over one read.
+void SumsOfLineSums(const COrbImage& image, int plane, double& samples, double& squares) {
+  const int w = image.GetWidth(), h = image.GetHeight();
+  std::vector<double> sums(static_cast<std::size_t>(h)), sumsOfSquares(sums.size());
+#pragma omp parallel for schedule(static)
+  for (int y = 0; y < h; ++y) CRowSum::SumAndSumOfSquares(image.GetImageAdr(0, y, plane), w, sums[y], sumsOfSquares[y]);
+  samples = TotalInLineOrder(sums, image);
+  squares = TotalInLineOrder(sumsOfSquares, image);
 }
 
 // Median of a copy of values (upper middle for an even count); 0 for none.
@@ -172,8 +186,17 @@ float COrbImage::CalcAvr(int plane) {
 
 float COrbImage::CalcStdDev(int plane, const float* mean) {
   if (IsEmpty() || plane < 0 || plane >= GetPlanes()) return 0.0f;
-  const float m = mean ? *mean : CalcAvr(plane);
-  const double total = SumOfLineSums(*this, plane, &CRowSum::SumOfSquares);
+  float m;
+  double total;
+  if (mean) {
+    m = *mean;
+    total = SumOfLineSums(*this, plane, &CRowSum::SumOfSquares);
+  } else {
+    // The mean of CalcAvr and the squares' total from one read of the plane.
+    double samples;
+    SumsOfLineSums(*this, plane, samples, total);
+    m = static_cast<float>(samples);
+  }
   const float m2 = m * m;
   return static_cast<float>(std::sqrt(total - static_cast<double>(m2)));
 }

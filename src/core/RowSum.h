@@ -12,4 +12,6 @@ class CRowSum {
   static double Sum(const float* v, int n);
   /// Terms are the samples' squares, each formed in float.
   static double SumOfSquares(const float* v, int n);
+  /// Both sums over one read of the row.
+  static void SumAndSumOfSquares(const float* v, int n, double& sum, double& squares);
 };

@@ -20,13 +20,17 @@ double InOrder(const std::vector<float>& v, bool squares) {
 
 bool SameBits(double a, double b) { return std::memcmp(&a, &b, sizeof a) == 0 || (std::isnan(a) && std::isnan(b)); }
 
-// Every row summed both ways on both vector widths equals the left-to-right sum bit for bit.
+// Every row summed both ways, apart and in one read, on both vector widths equals the left-to-right sum bit for bit.
 void ExpectInOrder(const std::vector<float>& row, const char* what) {
   for (int wide : {1, 0}) {
     qrn::simd::SetWideVectors(wide);
     const int n = static_cast<int>(row.size());
     EXPECT_TRUE(SameBits(CRowSum::Sum(row.data(), n), InOrder(row, false))) << what << ", wide " << wide;
     EXPECT_TRUE(SameBits(CRowSum::SumOfSquares(row.data(), n), InOrder(row, true))) << what << ", wide " << wide;
+    double sum = 0.0, squares = 0.0;
+    CRowSum::SumAndSumOfSquares(row.data(), n, sum, squares);
+    EXPECT_TRUE(SameBits(sum, InOrder(row, false))) << what << ", one read, wide " << wide;
+    EXPECT_TRUE(SameBits(squares, InOrder(row, true))) << what << ", one read, wide " << wide;
   }
   qrn::simd::SetWideVectors(1);
 }
