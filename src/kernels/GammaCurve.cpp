@@ -12,10 +12,12 @@ namespace {
 using D4 = Vec4d::Raw;
 using L4 = Vec4d::Mask;
 
-// ln 2 split so that k·kLn2Hi is exact for |k| < 2^21.
+// ln 2 split so that k·kLn2Hi is exact for |k| < 2^21, and the same halved for the
+// exponential's steps of half a power of two.
 constexpr double kLn2Hi = 6.93147180369123816490e-01;
 constexpr double kLn2Lo = 1.90821492927058770002e-10;
-constexpr double kInvLn2 = 1.44269504088896338700e+00;
+constexpr double kHalfLn2Hi = kLn2Hi / 2, kHalfLn2Lo = kLn2Lo / 2;
+constexpr double kTwoOverLn2 = 2 * 1.44269504088896338700e+00;
 constexpr double kSqrt2 = 1.41421356237309514547;
 // Adding 1.5·2^52 rounds a double below 2^51 in magnitude to an integer held in the low
 // mantissa bits.
@@ -23,13 +25,16 @@ constexpr double kRoundShifter = 0x1.8p52;
 // Largest |gamma · ln x| the exponential takes: the power stays a normal double.
 constexpr double kMaxExponent = 700.0;
 
-// Series coefficients: 1/(2k + 1) for the logarithm, 1/i! for the exponential.
+// Series coefficients: 1/(2k + 1) for the logarithm, 1/i! for the exponential. The series
+// stop where their truncation falls below 2^-46: the result only has to decide a float
+// rounding, and the error bound below accounts for what is left out.
+constexpr int kLogTerms = 8, kExpTerms = 10;
 struct Coefficients {
-  double log[11], exp[14];
+  double log[kLogTerms], exp[kExpTerms];
   constexpr Coefficients() : log{}, exp{} {
-    for (int k = 0; k <= 10; ++k) log[k] = 1.0 / (2 * k + 1);
+    for (int k = 0; k < kLogTerms; ++k) log[k] = 1.0 / (2 * k + 1);
     double factorial = 1.0;
-    for (int i = 0; i <= 13; ++i) {
+    for (int i = 0; i < kExpTerms; ++i) {
       factorial *= i > 0 ? i : 1;
       exp[i] = 1.0 / factorial;
     }
@@ -51,7 +56,7 @@ constexpr int kGroup = 4;
 constexpr int kGroupSamples = 4 * kGroup;
 
 // ln x for positive normal x: x = 2^e·m with m in [√½, √2), ln m = 2 atanh(s), s = (m−1)/(m+1),
-// |s| ≤ 0.1716, by its series to s^21 (truncation below 3e-17 relative).
+// |s| ≤ 0.1716, by its series to s^15 (truncation below 1.2e-14 absolute).
 inline void Log(const D4 (&x)[kGroup], D4 (&out)[kGroup]) {
   D4 e[kGroup], s[kGroup], z[kGroup], p[kGroup];
   for (int j = 0; j < kGroup; ++j) {
@@ -65,9 +70,9 @@ inline void Log(const D4 (&x)[kGroup], D4 (&out)[kGroup]) {
     e[j] = big ? e[j] + Splat(1.0) : e[j];
     s[j] = (m - Splat(1.0)) / (m + Splat(1.0));
     z[j] = s[j] * s[j];
-    p[j] = Splat(kSeries.log[10]);
+    p[j] = Splat(kSeries.log[kLogTerms - 1]);
   }
-  for (int k = 9; k >= 0; --k)
+  for (int k = kLogTerms - 2; k >= 0; --k)
     for (int j = 0; j < kGroup; ++j) p[j] = p[j] * z[j] + Splat(kSeries.log[k]);
   for (int j = 0; j < kGroup; ++j) {
     const D4 lnm = Splat(2.0) * s[j] * p[j];
@@ -75,25 +80,29 @@ inline void Log(const D4 (&x)[kGroup], D4 (&out)[kGroup]) {
   }
 }
 
-// e^t for |t| ≤ kMaxExponent: t = k ln 2 + r, |r| ≤ ½ ln 2, e^r by its series to r^13
-// (truncation below 1e-17), times 2^k built in the exponent bits.
+// e^t for |t| ≤ kMaxExponent: t = k·½ ln 2 + r, |r| ≤ ¼ ln 2, e^r by its series to r^9
+// (truncation below 7e-15 relative), times 2^(k/2): 2^⌊k/2⌋ built in the exponent bits,
+// and √2 for odd k.
 inline void Exp(const D4 (&t)[kGroup], D4 (&out)[kGroup]) {
   D4 r[kGroup], p[kGroup];
   L4 kInt[kGroup];
   for (int j = 0; j < kGroup; ++j) {
-    const D4 shifted = t[j] * Splat(kInvLn2) + Splat(kRoundShifter);
+    const D4 shifted = t[j] * Splat(kTwoOverLn2) + Splat(kRoundShifter);
     const D4 k = shifted - Splat(kRoundShifter);
     kInt[j] = (L4)shifted - (L4)Splat(kRoundShifter);
-    r[j] = (t[j] - k * Splat(kLn2Hi)) - k * Splat(kLn2Lo);
-    p[j] = Splat(kSeries.exp[13]);
+    r[j] = (t[j] - k * Splat(kHalfLn2Hi)) - k * Splat(kHalfLn2Lo);
+    p[j] = Splat(kSeries.exp[kExpTerms - 1]);
   }
-  for (int i = 12; i >= 0; --i)
+  for (int i = kExpTerms - 2; i >= 0; --i)
     for (int j = 0; j < kGroup; ++j) p[j] = p[j] * r[j] + Splat(kSeries.exp[i]);
-  for (int j = 0; j < kGroup; ++j) out[j] = p[j] * (D4)((kInt[j] + SplatInt(1023)) << 52);
+  for (int j = 0; j < kGroup; ++j) {
+    const D4 half = (kInt[j] & SplatInt(1)) != SplatInt(0) ? Splat(kSqrt2) : Splat(1.0);
+    out[j] = p[j] * half * (D4)(((kInt[j] >> 1) + SplatInt(1023)) << 52);
+  }
 }
 
 // kGroupSamples samples: the float result where the error bound decides it, and in
-// `decided` 1 for those lanes, 0 for the others.
+// `decided` nonzero for those lanes, 0 for the others.
 inline void Group(const Curve& c, const float* v, float* out, int* decided) {
   using F4 = Vec4f::Raw;
   D4 x[kGroup], lnx[kGroup], t[kGroup], power[kGroup];
@@ -112,17 +121,19 @@ inline void Group(const Curve& c, const float* v, float* out, int* decided) {
     const D4 scaled = power[j] * Splat(c.span);
     const D4 y = scaled + Splat(c.bottom);
     // Relative error of the power: a few units of 2^-53 from x and ln m, from |gamma|·|ln x|
-    // through the product t, and from |t| through the exponential; taken 32 times over. The
-    // second term covers the roundings of the product and sum here and in the reference, and
-    // std::pow's error below one unit.
-    const D4 relative = (Abs(Splat(c.gamma)) * (Splat(2.0) + Abs(lnx[j])) + Abs(t[j]) + Splat(4.0)) * Splat(0x1p-48);
+    // through the product t, and from |t| through the exponential, taken 32 times over; and
+    // the series' truncations, |gamma|·1.2e-14 through t and 7e-15 in e^r, taken 4 times
+    // over. The margin's second term covers the roundings of the product and sum here and in
+    // the reference, and std::pow's error below one unit.
+    const D4 gamma = Abs(Splat(c.gamma));
+    const D4 relative = (gamma * (Splat(2.0) + Abs(lnx[j])) + Abs(t[j]) + Splat(4.0)) * Splat(0x1p-48) +
+                        (gamma + Splat(1.0)) * Splat(0x1p-44);
     const D4 margin = Abs(scaled) * relative + (Abs(scaled) + Splat(std::fabs(c.bottom))) * Splat(0x1p-50);
-    const D4 below = y - margin, above = y + margin;
-    for (int i = 0; i < 4; ++i) {
-      const float lo = static_cast<float>(below[i]), hi = static_cast<float>(above[i]);
-      decided[4 * j + i] = inRange[i] && lo == hi;
-      out[4 * j + i] = lo;
-    }
+    const F4 lo = __builtin_convertvector(y - margin, F4), hi = __builtin_convertvector(y + margin, F4);
+    const Vec4f::Mask same = lo == hi;
+    const Vec4f::Mask sure = same & __builtin_convertvector(inRange, Vec4f::Mask);
+    std::memcpy(out + 4 * j, &lo, sizeof lo);
+    std::memcpy(decided + 4 * j, &sure, sizeof sure);
   }
 }
 
@@ -154,8 +165,13 @@ int RowWith(const Curve& c, const CGammaCurve& exact, const float* v, int n, flo
   return fallbacks;
 }
 
-// The same row compiled for 256-bit vectors.
+// The same row compiled for 256-bit vectors, and with fused multiply-add as well: the bound
+// holds however the steps round, and the float results are decided against it either way.
 QRN_WIDE_TARGET int RowWithWide(const Curve& c, const CGammaCurve& exact, const float* v, int n, float* out) {
+  return RowWith(c, exact, v, n, out);
+}
+
+QRN_WIDE_FMA_TARGET int RowWithFma(const Curve& c, const CGammaCurve& exact, const float* v, int n, float* out) {
   return RowWith(c, exact, v, n, out);
 }
 
@@ -170,5 +186,6 @@ float CGammaCurve::operator()(float v) const {
 
 int CGammaCurve::Row(const float* v, int n, float* out) const {
   const Curve c{m_bottom, m_span, 1.0 / m_span, m_gamma};
+  if (qrn::simd::FusedMultiplyAdd()) return RowWithFma(c, *this, v, n, out);
   return qrn::simd::WideVectors() ? RowWithWide(c, *this, v, n, out) : RowWith(c, *this, v, n, out);
 }

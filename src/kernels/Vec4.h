@@ -92,11 +92,18 @@ inline VecN<float, N> ToFloat(const typename VecN<float, N>::Mask& i) {
 /// Such a function may only be called when WideVectors() is true; callers choose once per
 /// call between it and the four-wide function. No FMA is enabled, so a product followed by
 /// a sum is still rounded twice, as on the four-wide path.
+///
+/// QRN_WIDE_FMA_TARGET adds fused multiply-add, which the compiler then uses for products
+/// followed by sums. It is only for functions whose results do not depend on how their
+/// intermediate steps round (an approximation checked against its error bound, say), and
+/// only when FusedMultiplyAdd() is true.
 #if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
 #define QRN_WIDE_TARGET __attribute__((target("avx2"), flatten))
+#define QRN_WIDE_FMA_TARGET __attribute__((target("avx2,fma"), flatten))
 #define QRN_HAVE_WIDE_TARGET 1
 #else
 #define QRN_WIDE_TARGET
+#define QRN_WIDE_FMA_TARGET
 #define QRN_HAVE_WIDE_TARGET 0
 #endif
 
@@ -115,6 +122,23 @@ inline bool WideVectors() {
   return false;
 #endif
 }
+
+/// -1: detect; 0: fused multiply-add row functions off.
+inline std::atomic<int> g_fmaMode{-1};
+
+/// True when WideVectors() is, the processor also has fused multiply-add and it has not been
+/// turned off with SetFusedMultiplyAdd(0), so that QRN_WIDE_FMA_TARGET functions can run.
+inline bool FusedMultiplyAdd() {
+#if QRN_HAVE_WIDE_TARGET
+  static const bool native = __builtin_cpu_supports("fma");
+  return native && g_fmaMode.load(std::memory_order_relaxed) != 0 && WideVectors();
+#else
+  return false;
+#endif
+}
+
+/// Turns the fused multiply-add row functions off (0) or back to detection, for tests.
+inline void SetFusedMultiplyAdd(int mode) { g_fmaMode.store(mode == 0 ? 0 : -1, std::memory_order_relaxed); }
 
 /// Turns the wide row functions off (0) or back to detection (any other value), so that tests
 /// can run the four-wide and the eight-wide variants on one machine.

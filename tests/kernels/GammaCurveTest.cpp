@@ -26,15 +26,17 @@ int Mismatches(const CGammaCurve& curve, const std::vector<float>& v, int& fallb
 
 TEST(CGammaCurve, RowsEqualThePerSamplePowerAndRarelyNeedIt) {
   // Flat frames of integer counts and of normalised floats, samples across and beyond their
-  // range, for weak and strong curves, on both vector widths.
+  // range, for weak and strong curves, on both vector widths, the wide one with and without
+  // fused multiply-add.
   struct Flat {
     float lo, hi;
   };
   const Flat flats[] = {{21000, 30500}, {0.62f, 1.0f}, {3, 65535}, {-50, 40}};
   const double gammas[] = {0.3, 0.7, 1.0, 1.5, 2.2, 3.7};
   std::mt19937 rng(5);
-  for (int wide : {1, 0}) {
-    qrn::simd::SetWideVectors(wide);
+  for (int path : {2, 1, 0}) {
+    qrn::simd::SetWideVectors(path > 0);
+    qrn::simd::SetFusedMultiplyAdd(path > 1);
     for (const Flat& f : flats) {
       const float bottom = f.hi - 2.0f * (f.hi - f.lo);
       std::uniform_real_distribution<float> inside(f.lo, f.hi);
@@ -43,12 +45,13 @@ TEST(CGammaCurve, RowsEqualThePerSamplePowerAndRarelyNeedIt) {
       for (double gamma : gammas) {
         const CGammaCurve curve(f.hi, bottom, gamma);
         int fallbacks = 0;
-        EXPECT_EQ(Mismatches(curve, v, fallbacks), 0) << f.lo << ".." << f.hi << " gamma " << gamma;
+        EXPECT_EQ(Mismatches(curve, v, fallbacks), 0) << f.lo << ".." << f.hi << " gamma " << gamma << " path " << path;
         EXPECT_LT(fallbacks, static_cast<int>(v.size()) / 100) << f.lo << ".." << f.hi << " gamma " << gamma;
       }
     }
   }
   qrn::simd::SetWideVectors(1);
+  qrn::simd::SetFusedMultiplyAdd(1);
 }
 
 TEST(CGammaCurve, SamplesOutsideTheVectorRangeStillMatch) {
