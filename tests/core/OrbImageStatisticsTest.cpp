@@ -3,6 +3,7 @@
 
 #include <climits>
 #include <cmath>
+#include <cstring>
 #include <functional>
 #include <limits>
 #include <memory>
@@ -47,6 +48,40 @@ TEST(OrbImageStatistics, CalcMinMaxUsesFloatSumAndReducedDivisor) {
   auto big = FromRows(3, {16777216, 1, 1, 16777216, 1, 1});
   big->CalcMinMax();
   EXPECT_EQ(big->GetAvrPixel(0), 16777216.0f);
+}
+
+TEST(OrbImageStatistics, CalcMinMaxMatchesOnePlainPassOnLargePlanes) {
+  // One pass in sample order from the first sample (`if (v < min) min = v`, a float running
+  // sum) against the library on planes long enough for its line-parallel extremes and block
+  // sums: a sky of integer counts, a first sample that is NaN, and signed zeros where the
+  // first zero met must stay.
+  const int w = 4096, h = 64;
+  std::mt19937 rng(21);
+  std::uniform_int_distribution<int> counts(900, 1100);
+  std::vector<float> sky(std::size_t(w) * h);
+  for (float& v : sky) v = float(counts(rng));
+  std::vector<float> nanFirst = sky, zeros(sky.size(), 5.0f);
+  nanFirst[0] = std::numeric_limits<float>::quiet_NaN();
+  zeros[3 * w + 100] = 0.0f;   // first zero met: +0
+  zeros[3 * w + 907] = -0.0f;  // same line, another lane
+  zeros[9 * w + 5] = -0.0f;    // a later line
+  for (const auto* plane : {&sky, &nanFirst, &zeros}) {
+    const std::vector<float>& v = *plane;
+    float mn = v[0], mx = v[0], sum = 0.0f;
+    for (float x : v) {
+      sum += x;
+      if (x < mn) mn = x;
+      if (x > mx) mx = x;
+    }
+    auto img = FromRows(w, v);
+    img->CalcMinMax();
+    const float got[3] = {img->GetMinPixel(0), img->GetMaxPixel(0), img->GetAvrPixel(0)};
+    const float want[3] = {mn, mx, sum / float((w - 1) * (h - 1))};
+    for (int i = 0; i < 3; ++i)
+      EXPECT_TRUE(std::memcmp(&got[i], &want[i], sizeof(float)) == 0 || (std::isnan(got[i]) && std::isnan(want[i])))
+          << "plane " << (plane == &sky ? "sky" : plane == &nanFirst ? "NaN first" : "zeros") << ", value " << i
+          << ": " << got[i] << " against " << want[i];
+  }
 }
 
 TEST(OrbImageStatistics, CalcMinMaxOneColumnDividesByZero) {

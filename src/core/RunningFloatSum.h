@@ -1,0 +1,29 @@
+// A float running sum taken in order, bit for bit, with the blocks whose rounding cannot
+// depend on the order added at once.
+#pragma once
+
+/// @brief s = s + v[i] in float for every sample in order, exactly as the plain loop rounds.
+///
+/// Once the sum is large against the samples, every addition rounds to the sum's own grid:
+/// while the sum stays within one power-of-two range [2^e, 2^(e+1)), whose float spacing is
+/// u = 2^(e−23), adding v gives s + u·k with k the integer nearest v/u, whatever s is, unless
+/// v/u lies exactly halfway (then the tie goes to the even result, which depends on s). So a
+/// block of samples all small enough that the sum cannot leave its range adds u·Σk, the k
+/// found and summed with vectors as integers; where a block has ties (integer data does,
+/// about one sample in u), an integer pass over its k settles each tie. Any other block (a
+/// sum near zero or near a power of two, large, infinite or NaN samples) is added one sample
+/// at a time.
+class CRunningFloatSum {
+ public:
+  /// Adds v[0], v[1], …, v[n − 1] in that order.
+  void Add(const float* v, int n);
+  float Value() const { return m_sum; }
+  /// Blocks added at once so far, for tests and diagnostics.
+  int FastBlocks() const { return m_fastBlocks; }
+
+ private:
+  bool AddBlock(const float* v, int n);
+
+  float m_sum = 0.0f;
+  int m_fastBlocks = 0;
+};

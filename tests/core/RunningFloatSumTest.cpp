@@ -1,0 +1,93 @@
+#include "core/RunningFloatSum.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <random>
+#include <vector>
+
+#include "kernels/Vec4.h"
+
+namespace {
+
+bool SameBits(float a, float b) { return std::memcmp(&a, &b, sizeof a) == 0 || (std::isnan(a) && std::isnan(b)); }
+
+float PlainSum(float start, const std::vector<float>& v) {
+  float s = start;
+  for (float x : v) s += x;
+  return s;
+}
+
+// Adds `rows` rows of v (split into rows of `width`) to a sum started at `start` by adding
+// `start` first; compares with the plain loop on both vector widths and returns the blocks
+// that went the fast way on the wide one.
+int ExpectPlainSum(float start, const std::vector<float>& v, int width, const char* what) {
+  int fast = 0;
+  for (int wide : {1, 0}) {
+    qrn::simd::SetWideVectors(wide);
+    CRunningFloatSum sum;
+    sum.Add(&start, 1);
+    for (std::size_t i = 0; i < v.size(); i += width)
+      sum.Add(v.data() + i, static_cast<int>(std::min<std::size_t>(width, v.size() - i)));
+    EXPECT_TRUE(SameBits(sum.Value(), PlainSum(start, v)))
+        << what << ": " << sum.Value() << " against " << PlainSum(start, v) << ", wide " << wide;
+    if (wide) fast = sum.FastBlocks();
+  }
+  qrn::simd::SetWideVectors(1);
+  return fast;
+}
+
+TEST(CRunningFloatSum, ImagePlanesSumAsThePlainLoopAndMostlyByBlocks) {
+  // A sky of counts with fractions and stars, a normalised frame, integer counts (with a tie
+  // in about one sample in u): the sum soon dwarfs the samples, so nearly every block after
+  // the first rows is added at once.
+  std::mt19937 rng(9);
+  std::uniform_real_distribution<float> sky(900.0f, 1100.0f), unit(0.0f, 1.0f);
+  const int width = 4096, rows = 300;
+  std::vector<float> counts(std::size_t(width) * rows), normalised(counts.size()), integers(counts.size());
+  for (std::size_t i = 0; i < counts.size(); ++i) {
+    counts[i] = i % 997 == 0 ? 60000.0f : sky(rng);
+    normalised[i] = unit(rng);
+    integers[i] = std::floor(sky(rng));
+  }
+  const int blocks = static_cast<int>(counts.size() / 1024);
+  EXPECT_GT(ExpectPlainSum(0.0f, counts, width, "counts"), blocks * 9 / 10);
+  EXPECT_GT(ExpectPlainSum(0.0f, normalised, width, "normalised"), blocks * 9 / 10);
+  EXPECT_GT(ExpectPlainSum(0.0f, integers, width, "integer counts"), blocks * 9 / 10);
+  ExpectPlainSum(0.0f, counts, 1000, "rows of 1000");  // blocks never fill: all the plain way
+}
+
+TEST(CRunningFloatSum, TiesRangeEdgesSignsAndSpecialsMatchThePlainLoop) {
+  // Above 2^33 the spacing is 1024: samples of 512 and 1536 are exact ties, broken to even.
+  std::vector<float> ties(4096, 1000.0f);
+  for (std::size_t i = 0; i < ties.size(); i += 7) ties[i] = (i / 7) % 2 ? 512.0f : 1536.0f;
+  EXPECT_EQ(ExpectPlainSum(0x1p33f + 0x1p24f, ties, 4096, "ties"), 4);
+  // Just below a power of two, so the sum crosses it inside a block; and just above one,
+  // falling through it with negative samples.
+  std::vector<float> up(8192, 700.0f), down(8192, -700.0f);
+  ExpectPlainSum(0x1p34f - 1e6f, up, 4096, "crossing up");
+  ExpectPlainSum(0x1p34f + 1e6f, down, 4096, "crossing down");
+  // Negative sums, mixed signs, samples large against the sum, and tiny ones.
+  std::mt19937 rng(4);
+  std::uniform_real_distribution<float> mixed(-3000.0f, 2000.0f), tiny(-1e-30f, 1e-30f);
+  std::vector<float> m(8192), t(8192), big(8192);
+  for (std::size_t i = 0; i < m.size(); ++i) {
+    m[i] = mixed(rng);
+    t[i] = tiny(rng);
+    big[i] = i % 100 == 0 ? 3e9f : 1.0f;
+  }
+  EXPECT_GT(ExpectPlainSum(-1e9f, m, 4096, "negative sum, mixed samples"), 0);
+  ExpectPlainSum(1e6f, t, 4096, "tiny samples");
+  ExpectPlainSum(1e10f, big, 4096, "samples large against the sum");
+  ExpectPlainSum(1e-40f, t, 4096, "subnormal start");
+  const float nan = std::numeric_limits<float>::quiet_NaN(), inf = std::numeric_limits<float>::infinity();
+  for (float special : {nan, inf, -inf}) {
+    std::vector<float> v(4096, 1000.0f);
+    v[1500] = special;
+    ExpectPlainSum(1e9f, v, 4096, "special sample");
+  }
+}
+
+}  // namespace
