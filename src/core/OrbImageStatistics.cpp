@@ -8,6 +8,7 @@
 
 #include "core/LineLoop.h"
 #include "core/OrbImage.h"
+#include "core/RowExtremes.h"
 #include "core/RowSum.h"
 #include "core/RunningFloatSum.h"
 #include "kernels/Vec4.h"
@@ -47,39 +48,6 @@ inline double SumLine(const float* line, int n) {
   }
   for (; x < n; ++x) s0 += line[x];
   return (s0 + s1) + (s2 + s3);
-}
-
-// The smallest and largest sample of a line as `if (v < m) m = v` and `if (v > m) m = v`
-// find them from m = +∞ and −∞: NaN is never taken, and of equal values the first stays.
-// Lanes keep the rule; equal values from different lanes are the same bits except for zeros,
-// so a line whose extreme is zero is gone through once more in order.
-template <class V>
-void LineMinMax(const float* line, int n, float& lineMin, float& lineMax) {
-  constexpr float inf = std::numeric_limits<float>::infinity();
-  V lo(inf), hi(-inf);
-  int x = 0;
-  for (; x + V::kWidth <= n; x += V::kWidth) {
-    const V v = V::Load(line + x);
-    lo = V::Min(v, lo);
-    hi = V::Max(v, hi);
-  }
-  float mn = inf, mx = -inf;
-  for (int j = 0; j < V::kWidth; ++j) {
-    if (lo[j] < mn) mn = lo[j];
-    if (hi[j] > mx) mx = hi[j];
-  }
-  const bool zero = mn == 0.0f || mx == 0.0f;
-  for (x = zero ? 0 : x; x < n; ++x) {
-    if (zero && x == 0) mn = inf, mx = -inf;
-    if (line[x] < mn) mn = line[x];
-    if (line[x] > mx) mx = line[x];
-  }
-  lineMin = mn;
-  lineMax = mx;
-}
-
-QRN_WIDE_TARGET void LineMinMaxWide(const float* line, int n, float& lineMin, float& lineMax) {
-  LineMinMax<Vec8f>(line, n, lineMin, lineMax);
 }
 
 // Σ over lines, in line order, of (a line's left-to-right double sum) / (height × width).
@@ -165,7 +133,6 @@ void MaskRow(float* line, const float* mask, int n, bool vector) {
 void COrbImage::CalcMinMax() {
   if (IsEmpty()) return;
   const int w = GetWidth(), h = GetHeight();
-  const bool wide = qrn::simd::WideVectors();
   std::vector<float> lineMin(static_cast<std::size_t>(h)), lineMax(lineMin.size());
   for (int p = 0; p < GetPlanes(); ++p) {
     // One float sum in line order (its rounding is part of the result) on one thread, while
@@ -177,11 +144,7 @@ void COrbImage::CalcMinMax() {
 #pragma omp single nowait
       for (int y = 0; y < h; ++y) sum.Add(GetImageAdr(0, y, p), w);
 #pragma omp for schedule(dynamic, 16)
-      for (int y = 0; y < h; ++y) {
-        const float* line = GetImageAdr(0, y, p);
-        if (wide) LineMinMaxWide(line, w, lineMin[y], lineMax[y]);
-        else LineMinMax<Vec4f>(line, w, lineMin[y], lineMax[y]);
-      }
+      for (int y = 0; y < h; ++y) CRowExtremes::Find(GetImageAdr(0, y, p), w, lineMin[y], lineMax[y]);
     }
     float mn = *GetImageAdr(0, 0, p), mx = mn;
     for (int y = 0; y < h; ++y) {

@@ -7,6 +7,8 @@
 #include <limits>
 #include <vector>
 
+#include "core/RowExtremes.h"
+
 namespace {
 
 constexpr int kNormalBins = 5000;
@@ -115,11 +117,20 @@ void RegionMinMax(const COrbImage& img, const Region& r, int source, bool fromFi
   {
     double tlo = lo, thi = hi;
 #pragma omp for schedule(static)
-    for (int y = r.top; y < r.bottom; ++y)
+    for (int y = r.top; y < r.bottom; ++y) {
+      if (source >= 0 && r.right > r.left) {
+        // A plane's samples: each line's extremes with vectors, taken over by the same rule.
+        float lineMin, lineMax;
+        CRowExtremes::Find(img.GetImageAdr(r.left, y, source), r.right - r.left, lineMin, lineMax);
+        if (lineMin < tlo) tlo = lineMin;
+        if (lineMax > thi) thi = lineMax;
+        continue;
+      }
       reader.Line(y, r.left, r.right, [&](double v) {
         if (v < tlo) tlo = v;
         if (v > thi) thi = v;
       });
+    }
 #pragma omp critical
     {
       if (tlo < lo) lo = tlo;
