@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "core/OrbImage.h"
+#include "kernels/Vec4.h"
 #include "platform/QrnSys.h"
 
 namespace {
@@ -246,7 +247,8 @@ TEST(OrbImageStatistics, HistogramMatchesNaiveCountOnLargeImage) {
 TEST(OrbImageStatistics, HistogramLongLinesWithSpecialValuesMatchNaiveCount) {
   // Lines longer than the counting chunk, with samples on both ends of the range, just
   // outside it, infinite and NaN, counted per plane and as luminance (equal windows, so
-  // Y = 0.299 R + 0.587 G + 0.114 B in double). A sample outside the range counts nowhere.
+  // Y = 0.299 R + 0.587 G + 0.114 B in double), on both vector widths. A sample outside the
+  // range counts nowhere.
   const int w = 1027, h = 5, count = 50;
   std::mt19937 rng(11);
   std::uniform_real_distribution<float> u(-20.0f, 120.0f);
@@ -269,10 +271,14 @@ TEST(OrbImageStatistics, HistogramLongLinesWithSpecialValuesMatchNaiveCount) {
       }
     return expected;
   };
-  for (int plane : {0, 1, 2, -1}) {
-    img->GetHistogram(bins.data(), count, 0.0, 100.0, plane, 0, 0, 0, nullptr, 0, 0);
-    EXPECT_EQ(bins, naive(plane)) << "plane " << plane;
+  for (int wide : {1, 0}) {
+    qrn::simd::SetWideVectors(wide);
+    for (int plane : {0, 1, 2, -1}) {
+      img->GetHistogram(bins.data(), count, 0.0, 100.0, plane, 0, 0, 0, nullptr, 0, 0);
+      EXPECT_EQ(bins, naive(plane)) << "plane " << plane << ", wide " << wide;
+    }
   }
+  qrn::simd::SetWideVectors(1);
 }
 
 TEST(OrbImageStatistics, HistogramCullSamplesAndScales) {
