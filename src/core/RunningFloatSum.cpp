@@ -91,11 +91,12 @@ void CRunningFloatSum::Add(const float* v, int n) {
 bool CRunningFloatSum::AddBlock(const float* v, int n) {
   const float s = m_sum;
   const float magnitude = std::fabs(s);
-  // The range [2^e, 2^(e+1)) of the sum and its spacing u; tiny and non-finite sums go the
-  // plain way (1/u must be a float, and the samples must be small against the sum).
+  // The power-of-two range [low, high) holding the sum and its float spacing u; tiny and
+  // non-finite sums go the plain way (1/u must be a float, and the samples must be small
+  // against the sum).
   if (!(magnitude >= 0x1p-60f && magnitude <= 0x1p100f)) return false;
   int e;
-  std::frexp(magnitude, &e);  // magnitude = f·2^e with f in [0.5, 1): the range is [2^(e−1), 2^e)
+  std::frexp(magnitude, &e);  // magnitude = f·2^e with f in [0.5, 1)
   const float low = std::ldexp(1.0f, e - 1), high = std::ldexp(1.0f, e);
   const float u = std::ldexp(1.0f, e - 24);
   int k[kBlock], tie[kBlock];
