@@ -1,7 +1,13 @@
 // Four- and eight-wide float vectors and four-wide double vectors for the row functions of per-sample operations.
 #pragma once
+#include <algorithm>
 #include <atomic>
+#include <cstddef>
+#include <cstdint>
 #include <cstring>
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
 
 /// Vector-extension types of each lane type and width.
 template <class T, int N>
@@ -107,6 +113,63 @@ inline VecN<float, N> ToFloat(const typename VecN<float, N>::Mask& i) {
 #define QRN_HAVE_WIDE_TARGET 0
 #endif
 
+/// True when every lane of a comparison mask (all ones or all zeros per lane) is set.
+template <class Mask>
+inline bool AllLanes(const Mask& mask) {
+  int all = -1;
+  for (std::size_t i = 0; i < sizeof mask / sizeof mask[0]; ++i) all &= mask[i];
+  return all != 0;
+}
+#if defined(__x86_64__)
+inline bool AllLanes(const Vec4f::Mask& mask) { return _mm_movemask_ps(reinterpret_cast<const __m128&>(mask)) == 0xf; }
+__attribute__((target("avx"), always_inline)) inline bool AllLanes(const Vec8f::Mask& mask) {
+  return _mm256_movemask_ps(reinterpret_cast<const __m256&>(mask)) == 0xff;
+}
+#endif
+
+/// table[idx[i]] in each lane; every index must lie inside the table. One gather
+/// instruction where the processor has it (inside QRN_WIDE_TARGET functions).
+#if QRN_HAVE_WIDE_TARGET
+__attribute__((target("avx2"), always_inline)) inline Vec8f Gather(const float* table, const Vec8f::Mask& idx) {
+  return Vec8f::Raw(_mm256_i32gather_ps(table, reinterpret_cast<const __m256i&>(idx), 4));
+}
+#else
+inline Vec8f Gather(const float* table, const Vec8f::Mask& idx) {
+  Vec8f r;
+  for (int i = 0; i < 8; ++i) r.v[i] = table[idx[i]];
+  return r;
+}
+#endif
+
+/// Stores v at p, which must be aligned to the vector's size, with a non-temporal hint
+/// where the processor has one (see qrn::simd::StreamStores); ordered by StreamFence().
+#if defined(__x86_64__)
+inline void StoreStream(float* p, const Vec4f& v) { _mm_stream_ps(p, v.v); }
+__attribute__((target("avx"))) inline void StoreStream(float* p, const Vec8f& v) {
+  _mm256_stream_ps(p, v.v);
+}
+#else
+template <int N>
+inline void StoreStream(float* p, const VecN<float, N>& v) {
+  v.Store(p);
+}
+#endif
+
+/// v.Store(p), or StoreStream(p, v) when kStream (p then aligned to the vector's size).
+template <bool kStream, int N>
+inline void Put(float* p, const VecN<float, N>& v) {
+  if constexpr (kStream) StoreStream(p, v);
+  else v.Store(p);
+}
+
+/// How many of the n floats at p come before the first address aligned for StoreStream of
+/// N floats: the head that a streamed row writes without vectors.
+template <int N>
+inline int UnalignedHead(const float* p, int n) {
+  const std::size_t misplaced = reinterpret_cast<std::uintptr_t>(p) % (N * sizeof(float)) / sizeof(float);
+  return misplaced == 0 ? 0 : std::min<int>(n, N - static_cast<int>(misplaced));
+}
+
 namespace qrn::simd {
 
 /// -1: detect; 0: wide row functions off; 1: on when the processor has them.
@@ -143,5 +206,32 @@ inline void SetFusedMultiplyAdd(int mode) { g_fmaMode.store(mode == 0 ? 0 : -1, 
 /// Turns the wide row functions off (0) or back to detection (any other value), so that tests
 /// can run the four-wide and the eight-wide variants on one machine.
 inline void SetWideVectors(int mode) { g_wideMode.store(mode == 0 ? 0 : -1, std::memory_order_relaxed); }
+
+/// -1: by size; 0: streaming stores off; 1: on for every size.
+inline std::atomic<int> g_streamMode{-1};
+
+/// Output size from which rows are written with streaming stores: well beyond what the
+/// caches keep, so the samples would be written back to memory anyway.
+constexpr std::size_t kStreamBytes = std::size_t(8) << 20;
+
+/// True when an operation that writes `bytes` of samples should write its rows with
+/// streaming stores (Put<true>): the lines then go to memory without first being read into
+/// the cache for ownership, which saves a third of a memory-bound pass. Chosen once per
+/// call; a row written so ends with StreamFence().
+inline bool StreamStores(std::size_t bytes) {
+  const int mode = g_streamMode.load(std::memory_order_relaxed);
+  return mode < 0 ? bytes >= kStreamBytes : mode != 0;
+}
+
+/// Streaming stores by size (any negative mode), never (0) or always (positive), for tests.
+inline void SetStreamStores(int mode) { g_streamMode.store(mode < 0 ? -1 : mode != 0, std::memory_order_relaxed); }
+
+/// Orders the streamed stores before everything that follows, so the samples are ordinary
+/// memory again for every thread.
+inline void StreamFence() {
+#if defined(__x86_64__)
+  _mm_sfence();
+#endif
+}
 
 }  // namespace qrn::simd

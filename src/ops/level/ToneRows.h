@@ -92,30 +92,46 @@ inline void IndexSpan(const float* s, int n, int* idx, const Rule& rule) {
   std::memcpy(idx + i, out, sizeof(int) * static_cast<std::size_t>(n - i));
 }
 
+/// d[i] = map(v) for the n samples v of s, through a zero-padded vector, so that a short
+/// span follows the same arithmetic as whole vectors.
+template <class V, class Map>
+inline void MapPadded(const float* s, float* d, int n, const Map& map) {
+  float pad[V::kWidth] = {}, out[V::kWidth];
+  std::memcpy(pad, s, sizeof(float) * static_cast<std::size_t>(n));
+  map(V::Load(pad)).Store(out);
+  std::memcpy(d, out, sizeof(float) * static_cast<std::size_t>(n));
+}
+
 /// d[i] = map(s[i]) for i in [0, n), V::kWidth samples at a time; rule(V()) returns the lane
-/// function V(V) for width V, as for IndexSpan. The tail is mapped on a zero-padded vector.
-template <class V, class Rule>
+/// function V(V) for width V, as for IndexSpan. With kStream the whole vectors are written
+/// with streaming stores (the caller fences); the unaligned head and the tail are mapped on
+/// zero-padded vectors.
+template <class V, bool kStream, class Rule>
 inline void MapSpan(const float* s, float* d, int n, const Rule& rule) {
   const auto map = rule(V());
-  int i = 0;
-  for (; i + V::kWidth <= n; i += V::kWidth) map(V::Load(s + i)).Store(d + i);
-  if (i == n) return;
-  float pad[V::kWidth] = {}, out[V::kWidth];
-  std::memcpy(pad, s + i, sizeof(float) * static_cast<std::size_t>(n - i));
-  map(V::Load(pad)).Store(out);
-  std::memcpy(d + i, out, sizeof(float) * static_cast<std::size_t>(n - i));
+  int i = kStream ? UnalignedHead<V::kWidth>(d, n) : 0;
+  if (i > 0) MapPadded<V>(s, d, i, map);
+  for (; i + V::kWidth <= n; i += V::kWidth) Put<kStream>(d + i, map(V::Load(s + i)));
+  if (i < n) MapPadded<V>(s + i, d + i, n - i, map);
 }
 
-template <class Rule>
+template <bool kStream, class Rule>
 QRN_WIDE_TARGET void MapSpanWide(const float* s, float* d, int n, const Rule& rule) {
-  MapSpan<Vec8f>(s, d, n, rule);
+  MapSpan<Vec8f, kStream>(s, d, n, rule);
 }
 
-/// MapSpan eight-wide when `wide` (chosen once per call), else four-wide.
+/// MapSpan eight-wide when `wide` (chosen once per call), else four-wide; streamed when
+/// `stream` (qrn::simd::StreamStores, chosen once per call), fenced before return.
 template <class Rule>
-void MapRow(bool wide, const float* s, float* d, int n, const Rule& rule) {
-  if (wide) MapSpanWide(s, d, n, rule);
-  else MapSpan<Vec4f>(s, d, n, rule);
+void MapRow(bool wide, const float* s, float* d, int n, const Rule& rule, bool stream = false) {
+  if (!stream) {
+    if (wide) MapSpanWide<false>(s, d, n, rule);
+    else MapSpan<Vec4f, false>(s, d, n, rule);
+    return;
+  }
+  if (wide) MapSpanWide<true>(s, d, n, rule);
+  else MapSpan<Vec4f, true>(s, d, n, rule);
+  qrn::simd::StreamFence();
 }
 
 template <class Rule>

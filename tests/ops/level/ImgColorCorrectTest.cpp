@@ -72,7 +72,7 @@ TEST(ImgColorCorrect, BothVectorWidthsGiveTheSameBitsForEveryOption) {
   tagMATRIX m{1.2, -0.15, -0.05, -0.1, 1.25, -0.15, 0.02, -0.3, 1.28};
   for (int option = 0; option < 4; ++option) {
     std::unique_ptr<COrbImage> result[2];
-    leveltest::ForBothWidths([&](int wide) {
+    leveltest::ForEveryRowVariant([&](int wide, int) {
       result[wide] = std::make_unique<COrbImage>(*src);
       static_cast<CImgColorCorrect&>(*result[wide]).Do(&m, 0.8, 2, 1000.0f, option, src.get(), nullptr, 0);
     });

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+
 #include "ops/level/LevelTestImages.h"
 
 using leveltest::Make;
@@ -23,6 +25,29 @@ TEST(ImgCutOff, SampleOnBothBoundsBecomesLow) {
   COrbImage dst(*src);
   static_cast<CImgCutOff&>(dst).Do(&dst, 1, 2, nullptr, 0);
   EXPECT_EQ(dst.GetPixelGrayRaw(0, 0, 0), 1.0f);
+}
+
+TEST(ImgCutOff, EveryRowVariantFollowsTheSampleRule) {
+  // Long rows with NaN and infinities, in place and into another image, the rectangle off a
+  // vector boundary; NaN passes both tests and is copied.
+  auto src = leveltest::NoiseWithSpecials(3, 0, 100);
+  CRect rect(1, 1, 42, 4);
+  leveltest::ForEveryRowVariant([&](int wide, int stream) {
+    for (bool inPlace : {false, true}) {
+      COrbImage dst(*src);
+      static_cast<CImgCutOff&>(dst).Do(inPlace ? &dst : src.get(), -1, 1000, &rect, 0);
+      int wrong = 0;
+      for (int p = 0; p < 3; ++p)
+        for (int y = 0; y < 4; ++y)
+          for (int x = 0; x < 45; ++x) {
+            const float v = src->GetPixelGrayRaw(x, y, p), got = dst.GetPixelGrayRaw(x, y, p);
+            float expected = v;
+            if (x >= rect.left && x < rect.right && y >= rect.top) expected = v <= 0 ? -1 : v >= 100 ? 1000 : v;
+            wrong += !(got == expected || (std::isnan(got) && std::isnan(v)));
+          }
+      EXPECT_EQ(wrong, 0) << "wide " << wide << ", stream " << stream << ", in place " << inPlace;
+    }
+  });
 }
 
 TEST(ImgCutOff, RectangleLimitsTheChange) {

@@ -35,7 +35,7 @@ TEST(ImgReduceTone, SingleStepIsMidGrey) {
 TEST(ImgReduceTone, EverySampleFollowsTheScalarRuleOnBothVectorWidths) {
   auto src = leveltest::NoiseWithSpecials(3, -200, 3000);
   for (int steps : {1, 7, 256}) {
-    leveltest::ForBothWidths([&](int wide) {
+    leveltest::ForEveryRowVariant([&](int wide, int stream) {
       auto dst = Make(src->GetWidth(), src->GetHeight(), 3, 10, 20, [](int, int, int) { return 0; });
       static_cast<CImgReduceTone&>(*dst).Do(steps, src.get(), nullptr, 0);
       const float lo = -200.0f, k = static_cast<float>(255.0 / 3200.0), scale = static_cast<float>(10.0 / 255.0);
@@ -47,7 +47,7 @@ TEST(ImgReduceTone, EverySampleFollowsTheScalarRuleOnBothVectorWidths) {
             const float expected = CImgReduceTone::ReduceTonePixel(t, steps) * scale + 10.0f;
             wrong += dst->GetPixelGrayRaw(x, y, p) != expected;
           }
-      EXPECT_EQ(wrong, 0) << steps << " steps, wide " << wide;
+      EXPECT_EQ(wrong, 0) << steps << " steps, wide " << wide << ", stream " << stream;
     });
   }
 }

@@ -71,14 +71,18 @@ inline std::unique_ptr<COrbImage> NoiseWithSpecials(int planes, double min, doub
   return image;
 }
 
-/// Runs body(wide) with the eight-wide row functions on (when the processor has them) and off.
+/// Runs body(wide, stream) with the eight-wide row functions on (when the processor has them)
+/// and off, each with streaming stores forced on and off, then restores detection.
 template <class Body>
-void ForBothWidths(Body body) {
-  for (int wide : {1, 0}) {
-    qrn::simd::SetWideVectors(wide);
-    body(wide);
-  }
+void ForEveryRowVariant(Body body) {
+  for (int wide : {1, 0})
+    for (int stream : {0, 1}) {
+      qrn::simd::SetWideVectors(wide);
+      qrn::simd::SetStreamStores(stream);
+      body(wide, stream);
+    }
   qrn::simd::SetWideVectors(1);
+  qrn::simd::SetStreamStores(-1);
 }
 
 }  // namespace leveltest
