@@ -8,6 +8,96 @@
 
 using namespace qrn::level;
 
+namespace {
+
+// The lookup index of samples on one plane: t = (v − lo)·k on the 0..255 scale, index
+// trunc(t·last/255). Lanes outside 0..255 (and NaN) are flagged and given index 0, so that
+// every index read lies inside the table.
+struct ToneIndex {
+  float lo, k, last;
+
+  // The index function for vectors V, its constants held in registers (so that stores into
+  // a float row cannot be taken to change them): index(v, inside).
+  template <class V>
+  auto Lanes() const {
+    return [vlo = V(lo), vk = V(k), vlast = V(last)](const V& v, typename V::Mask& inside) {
+      const V zero(0.0f), full(255.0f);
+      const V t = (v - vlo) * vk;
+      inside = (t >= zero) & (t <= full);
+      const V within = V::Min(V::Max(t, zero), full);
+      return TruncToInt(within * vlast / full) & inside;
+    };
+  }
+
+  // One sample by the same float steps: its index, or -1 outside 0..255.
+  int Of(float v) const {
+    const float t = (v - lo) * k;
+    return t >= 0.0f && t <= 255.0f ? static_cast<int>(t * last / 255.0f) : -1;
+  }
+};
+
+// out[i] = raw[index] for samples inside 0..255, outside(v) for the rest. The indices are
+// found four at a time a block ahead, then read one by one.
+template <class Outside>
+void LookupRow(const ToneIndex& index, const float* raw, const float* s, int n, float* out, const Outside& outside) {
+  auto rule = [&index](auto zero) {
+    using V = decltype(zero);
+    return [lanes = index.Lanes<V>()](const V& v, int* idx) {
+      typename V::Mask inside;
+      const auto i = lanes(v, inside);
+      StoreLanes(i | ~inside, idx);
+    };
+  };
+  int idx[kIndexBlock];
+  for (int b = 0; b < n; b += kIndexBlock) {
+    const int count = std::min(kIndexBlock, n - b);
+    IndexSpan<Vec4f>(s + b, count, idx, rule);
+    for (int i = 0; i < count; ++i) out[b + i] = idx[i] >= 0 ? raw[idx[i]] : outside(s[b + i]);
+  }
+}
+
+// out[j] = outside(v[j]) for the lanes j of an eight-sample step that are not inside 0..255;
+// kept out of the row loop, which then holds nothing in memory but its row.
+template <class Outside>
+__attribute__((noinline)) void PatchOutside(const float* v, const int* inside, float* out, const Outside& outside) {
+  for (int j = 0; j < 8; ++j)
+    if (!inside[j]) out[j] = outside(v[j]);
+}
+
+// The same row eight samples a step with one gather of their table entries. kStream writes
+// the aligned part of the row with streaming stores (the caller fences).
+template <bool kStream, class Outside>
+QRN_WIDE_TARGET void LookupRowWide(const ToneIndex& index, const float* raw, const float* s, int n, float* out,
+                                   const Outside& outside) {
+  auto one = [&](int x) {
+    const int i = index.Of(s[x]);
+    out[x] = i >= 0 ? raw[i] : outside(s[x]);
+  };
+  int x = 0;
+  if constexpr (kStream)
+    for (const int head = UnalignedHead<8>(out, n); x < head; ++x) one(x);
+  const auto lanes = index.Lanes<Vec8f>();
+  for (; x + 8 <= n; x += 8) {
+    const Vec8f v = Vec8f::Load(s + x);
+    Vec8f::Mask inside;
+    const auto i = lanes(v, inside);
+    Vec8f r = Gather(raw, i);
+    if (!AllLanes(inside)) {
+      float samples[8], patched[8];
+      int flags[8];
+      v.Store(samples);
+      r.Store(patched);
+      StoreLanes(inside, flags);
+      PatchOutside(samples, flags, patched, outside);
+      r = Vec8f::Load(patched);
+    }
+    Put<kStream>(out + x, r);
+  }
+  for (; x < n; ++x) one(x);
+}
+
+}  // namespace
+
 float CImgToneCurve::CalcToneCurve(const float* curve, int i, float v) {
   if (v < 0.0f) return 0.0f;
   const float f1 = curve[i - 1], f2 = curve[i];
@@ -40,39 +130,25 @@ void CImgToneCurve::Do(float** curves, int n, COrbImage* src, CRect* rect, int p
       table[static_cast<std::size_t>(p) * n + i] = u / scale[p] + min[p];
     }
   const bool wide = qrn::simd::WideVectors();
+  // Eight-wide rows of large images skip the cache on the way out.
+  const bool stream = qrn::simd::StreamStores(sizeof(float) * std::size_t(r.Width()) * r.Height() * planes);
   ShowProgressInit(progress, halpha ? 6194 : 6114, r.Height() * planes);
   ForEachRow(*this, *src, r, planes, [&](int p, const float* s, float* d, int w) {
-    const float lo = min[p], k = scale[p], fi = static_cast<float>(last);
-    if (k == 0.0f) return CopyRow(s, d, w);
+    if (scale[p] == 0.0f) return CopyRow(s, d, w);
+    const float lo = min[p], k = scale[p];
     const float* own = color ? curves[p + 1] : master;
+    const ToneIndex index{lo, k, static_cast<float>(last)};
     const float* raw = table.data() + static_cast<std::size_t>(p) * n;
-    // Lookup index of a sample inside 0..255, -1 outside (and for NaN).
-    auto rule = [lo, k, fi](auto zero) {
-      using V = decltype(zero);
-      const V vlo(lo), vk(k), vfi(fi), v255(255.0f);
-      return [=](V v, int* out) {
-        const V t = (v - vlo) * vk;
-        const auto inside = (t >= zero) & (t <= v255);
-        const V within = V::Min(V::Max(t, zero), v255);  // keeps the conversion in range
-        const auto i = TruncToInt(within * vfi / v255);
-        StoreLanes((i & inside) | ~inside, out);
-      };
+    // A sample outside 0..255 (or NaN) through the curves' extensions.
+    auto outside = [&](float v) {
+      float u = CalcToneCurve(own, last, (v - lo) * k);
+      if (color) u = ApplyCurve(master, last, u);
+      return u / k + lo;
     };
-    int idx[kIndexBlock];
-    for (int x0 = 0; x0 < w; x0 += kIndexBlock) {
-      const int m = std::min(kIndexBlock, w - x0);
-      IndexRow(wide, s + x0, m, idx, rule);
-      for (int i = 0; i < m; ++i) {
-        if (idx[i] >= 0) {
-          d[x0 + i] = raw[idx[i]];
-          continue;
-        }
-        const float t = (s[x0 + i] - lo) * k;
-        float u = CalcToneCurve(own, last, t);
-        if (color) u = ApplyCurve(master, last, u);
-        d[x0 + i] = u / k + lo;
-      }
-    }
+    if (!wide) return LookupRow(index, raw, s, w, d, outside);
+    if (!stream) return LookupRowWide<false>(index, raw, s, w, d, outside);
+    LookupRowWide<true>(index, raw, s, w, d, outside);
+    qrn::simd::StreamFence();
   });
   ShowProgressEnd(nullptr);
 }

@@ -86,28 +86,31 @@ TEST(ImgToneCurve, HAlphaLevelUsesPlaneZeroRangeOnEveryPlane) {
   }
 }
 
-TEST(ImgToneCurve, EverySampleFollowsTheScalarRuleOnBothVectorWidths) {
+TEST(ImgToneCurve, EverySampleFollowsTheScalarRuleOnEveryRowVariant) {
   // A curve whose last segment rises, so samples above the window take the extension; NaN
-  // and infinities take it too.
+  // and infinities take it too. The rectangle starts off a vector boundary, so a streamed
+  // row has a head written sample by sample; columns outside it keep the source.
   float curve[5] = {0.1f, 0.3f, 0.2f, 0.7f, 0.9f}, own[5] = {0.0f, 0.5f, 0.6f, 0.65f, 1.0f};
   float* curves[4] = {curve, own, curve, own};
+  CRect rect(3, 0, 44, 4);
   for (int planes : {1, 3}) {
     auto src = leveltest::NoiseWithSpecials(planes, 100, 900);
-    leveltest::ForBothWidths([&](int wide) {
+    leveltest::ForEveryRowVariant([&](int wide, int stream) {
       COrbImage dst(*src);
-      static_cast<CImgToneCurve&>(dst).Do(curves, 5, src.get(), nullptr, 0, 0);
+      static_cast<CImgToneCurve&>(dst).Do(curves, 5, src.get(), &rect, 0, 0);
       const float lo = 100.0f, k = static_cast<float>(255.0 / 800.0);
       int wrong = 0;
       for (int p = 0; p < planes; ++p)
         for (int y = 0; y < src->GetHeight(); ++y)
           for (int x = 0; x < src->GetWidth(); ++x) {
-            const float t = (src->GetPixelGrayRaw(x, y, p) - lo) * k;
+            const float v = src->GetPixelGrayRaw(x, y, p), t = (v - lo) * k;
             float u = CImgToneCurve::ApplyCurve(planes == 1 ? curve : curves[p + 1], 4, t);
             if (planes == 3) u = CImgToneCurve::ApplyCurve(curve, 4, u);
-            const float expected = u / k + lo, got = dst.GetPixelGrayRaw(x, y, p);
+            const float expected = x >= rect.left && x < rect.right ? u / k + lo : v;
+            const float got = dst.GetPixelGrayRaw(x, y, p);
             wrong += !(got == expected || (std::isnan(got) && std::isnan(expected)));
           }
-      EXPECT_EQ(wrong, 0) << planes << " planes, wide " << wide;
+      EXPECT_EQ(wrong, 0) << planes << " planes, wide " << wide << ", stream " << stream;
     });
   }
 }
