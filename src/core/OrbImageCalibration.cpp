@@ -69,21 +69,24 @@ void CalibrateRow(float* dst, const float* s, const float* d, const float* f, in
   }
 }
 
-// Four-wide row; the tail goes through the same per-sample rule.
-template <bool kDark, DarkRule kRule, bool kFlat>
+// Four-wide row; the tail goes through the same per-sample rule. kStream writes the aligned
+// part with streaming stores, the head before it through the per-sample rule too (the
+// caller fences).
+template <bool kDark, DarkRule kRule, bool kFlat, bool kStream>
 void CalibrateRow_x(float* dst, const float* s, const float* d, const float* f, int n, const FlatPlane& fp) {
   const Vec4f m(fp.m), add(fp.add), zero(0.0f);
-  int x = 0;
+  int x = kStream ? UnalignedHead<4>(dst, n) : 0;
+  CalibrateRow<kDark, kRule, kFlat>(dst, s, d, f, x, fp);
   for (; x + 4 <= n; x += 4) {
     const Vec4f dk = kDark ? Vec4f::Load(d + x) : zero, g = kFlat ? Vec4f::Load(f + x) : zero;
-    Calibrate<kDark, kRule, kFlat>(Vec4f::Load(s + x), dk, g, m, add, zero).Store(dst + x);
+    Put<kStream>(dst + x, Calibrate<kDark, kRule, kFlat>(Vec4f::Load(s + x), dk, g, m, add, zero));
   }
   CalibrateRow<kDark, kRule, kFlat>(dst + x, s + x, kDark ? d + x : d, kFlat ? f + x : f, n - x, fp);
 }
 
 // A gamma-curved flat: the curve runs over blocks of flat samples, then the block goes through
 // the scalar or four-wide row.
-template <bool kDark, DarkRule kRule, bool kVector>
+template <bool kDark, DarkRule kRule, bool kVector, bool kStream>
 void CalibrateGammaRow(float* dst, const float* s, const float* d, const float* f, int n, const FlatPlane& fp) {
   constexpr int kBlock = 512;
   float curved[kBlock];
@@ -91,25 +94,42 @@ void CalibrateGammaRow(float* dst, const float* s, const float* d, const float* 
     const int m = std::min(kBlock, n - x);
     fp.curve.Row(f + x, m, curved);
     const float* dk = kDark ? d + x : d;
-    if constexpr (kVector) CalibrateRow_x<kDark, kRule, true>(dst + x, s + x, dk, curved, m, fp);
+    if constexpr (kVector) CalibrateRow_x<kDark, kRule, true, kStream>(dst + x, s + x, dk, curved, m, fp);
     else CalibrateRow<kDark, kRule, true>(dst + x, s + x, dk, curved, m, fp);
   }
 }
 
 using CalibrateRowFn = void (*)(float*, const float*, const float*, const float*, int, const FlatPlane&);
 
-template <bool kDark, DarkRule kRule>
-CalibrateRowFn PickFlatRow(const FlatPlane& fp, bool vector) {
-  if (!fp.on) return vector ? CalibrateRow_x<kDark, kRule, false> : CalibrateRow<kDark, kRule, false>;
-  if (fp.gamma) return vector ? CalibrateGammaRow<kDark, kRule, true> : CalibrateGammaRow<kDark, kRule, false>;
-  return vector ? CalibrateRow_x<kDark, kRule, true> : CalibrateRow<kDark, kRule, true>;
+// The row function of one plane for the scalar rule, the four-wide rows, or the four-wide
+// rows with streaming stores.
+enum class RowKind { kScalar, kVector, kStreamed };
+
+template <bool kDark, DarkRule kRule, bool kFlat, bool kGamma>
+CalibrateRowFn PickKind(RowKind kind) {
+  if constexpr (kGamma) {
+    if (kind == RowKind::kScalar) return CalibrateGammaRow<kDark, kRule, false, false>;
+    if (kind == RowKind::kVector) return CalibrateGammaRow<kDark, kRule, true, false>;
+    return CalibrateGammaRow<kDark, kRule, true, true>;
+  } else {
+    if (kind == RowKind::kScalar) return CalibrateRow<kDark, kRule, kFlat>;
+    if (kind == RowKind::kVector) return CalibrateRow_x<kDark, kRule, kFlat, false>;
+    return CalibrateRow_x<kDark, kRule, kFlat, true>;
+  }
 }
 
-// The row function for one plane; the vector choice is made once per call.
-CalibrateRowFn PickRow(const Pass& pass, const FlatPlane& fp, bool vector) {
-  if (!pass.dark) return PickFlatRow<false, DarkRule::kLessEqualZero>(fp, vector);
-  return pass.rule == DarkRule::kLessEqualZero ? PickFlatRow<true, DarkRule::kLessEqualZero>(fp, vector)
-                                               : PickFlatRow<true, DarkRule::kNotAboveZero>(fp, vector);
+template <bool kDark, DarkRule kRule>
+CalibrateRowFn PickFlatRow(const FlatPlane& fp, RowKind kind) {
+  if (!fp.on) return PickKind<kDark, kRule, false, false>(kind);
+  if (fp.gamma) return PickKind<kDark, kRule, true, true>(kind);
+  return PickKind<kDark, kRule, true, false>(kind);
+}
+
+// The row function for one plane; the choice is made once per call.
+CalibrateRowFn PickRow(const Pass& pass, const FlatPlane& fp, RowKind kind) {
+  if (!pass.dark) return PickFlatRow<false, DarkRule::kLessEqualZero>(fp, kind);
+  return pass.rule == DarkRule::kLessEqualZero ? PickFlatRow<true, DarkRule::kLessEqualZero>(fp, kind)
+                                               : PickFlatRow<true, DarkRule::kNotAboveZero>(fp, kind);
 }
 
 // Runs the pass over the rectangle of every plane of target: planes in sequence, rows of a
@@ -122,8 +142,11 @@ void RunPass(COrbImage& target, const Pass& pass, const CRect* rect, int titleId
   target.ShowProgressInit(progress, titleId, (bottom > top ? bottom - top : 0) * planes);
   if (width > 0) {
     const bool vector = (CQrnSys::SIMD() & 2) != 0;
+    const std::size_t bytes = sizeof(float) * std::size_t(width) * (bottom - top) * planes;
+    const bool stream = vector && qrn::simd::StreamStores(bytes, pass.src == &target);
+    const RowKind kind = !vector ? RowKind::kScalar : stream ? RowKind::kStreamed : RowKind::kVector;
     CalibrateRowFn rows[CImage::kMaxPlanes] = {};
-    for (int p = 0; p < planes; ++p) rows[p] = PickRow(pass, pass.planes[p], vector);
+    for (int p = 0; p < planes; ++p) rows[p] = PickRow(pass, pass.planes[p], kind);
     CLineLoop loop(target);
     loop.RunPlanes(planes, top, bottom, [&](int p, int y) {
       LOCKHANDLE hs = nullptr, hd = nullptr, hk = nullptr, hf = nullptr;
@@ -135,6 +158,7 @@ void RunPass(COrbImage& target, const Pass& pass, const CRect* rect, int titleId
       if (pass.dark) d = pass.dark->GetImageAdr(left, y, FramePlane(*pass.dark, p), VM_READONLY | VM_LOCK, &hk);
       if (fp.on) f = pass.flat->GetImageAdr(left, y, FramePlane(*pass.flat, p), VM_READONLY | VM_LOCK, &hf);
       rows[p](dst, s, d, f, width, fp);
+      if (stream) qrn::simd::StreamFence();
       if (hf) pass.flat->Unlock(hf);
       if (hk) pass.dark->Unlock(hk);
       target.Unlock(hd);

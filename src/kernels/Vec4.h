@@ -216,14 +216,17 @@ constexpr std::size_t kStreamBytes = std::size_t(8) << 20;
 
 /// True when an operation that writes `bytes` of samples should write its rows with
 /// streaming stores (Put<true>): the lines then go to memory without first being read into
-/// the cache for ownership, which saves a third of a memory-bound pass. Chosen once per
-/// call; a row written so ends with StreamFence().
-inline bool StreamStores(std::size_t bytes) {
+/// the cache for ownership, which saves a third of a memory-bound pass. Not for rows
+/// rewritten in place: reading them has already brought their lines into the cache, and a
+/// streaming store would only push them out early. Chosen once per call; a row written so
+/// ends with StreamFence().
+inline bool StreamStores(std::size_t bytes, bool inPlace) {
   const int mode = g_streamMode.load(std::memory_order_relaxed);
-  return mode < 0 ? bytes >= kStreamBytes : mode != 0;
+  return mode < 0 ? bytes >= kStreamBytes && !inPlace : mode != 0;
 }
 
-/// Streaming stores by size (any negative mode), never (0) or always (positive), for tests.
+/// Streaming stores by size and place (any negative mode), never (0) or always (positive, in
+/// place too), for tests.
 inline void SetStreamStores(int mode) { g_streamMode.store(mode < 0 ? -1 : mode != 0, std::memory_order_relaxed); }
 
 /// Orders the streamed stores before everything that follows, so the samples are ordinary

@@ -19,14 +19,12 @@ void MixRow(const float* d0, const float* d1, int n, float* out, const Mix& mix)
 }
 
 // The same row four doubles a step, compiled for 256-bit vectors. Each lane takes the
-// reference's double steps in the same order, so the stored floats are identical. kStream
-// writes the aligned part with streaming stores (the caller fences).
-template <bool kStream, class Mix>
+// reference's double steps in the same order, so the stored floats are identical.
+template <class Mix>
 QRN_WIDE_TARGET void MixRowWide(const float* d0, const float* d1, int n, float* out, const Mix& mix) {
-  int x = kStream ? UnalignedHead<4>(out, n) : 0;
-  MixRow(d0, d1, x, out, mix);
+  int x = 0;
   for (; x + 4 <= n; x += 4)
-    Put<kStream>(out + x, ToFloat(mix(ToDouble(Vec4f::Load(d0 + x)), ToDouble(Vec4f::Load(d1 + x)))));
+    ToFloat(mix(ToDouble(Vec4f::Load(d0 + x)), ToDouble(Vec4f::Load(d1 + x)))).Store(out + x);
   MixRow(d0 + x, d1 + x, n - x, out + x, mix);
 }
 }  // namespace
@@ -38,8 +36,6 @@ void CImgDark::Interpolate(COrbImage* other, int progress, Mix&& mix) {
   if (!other) return;
   const int planes = GetPlanes(), width = GetWidth(), height = GetHeight();
   const bool wide = qrn::simd::WideVectors();
-  // The calling thread alone writes every line, so large darks skip the cache on the way out.
-  const bool stream = qrn::simd::StreamStores(sizeof(float) * std::size_t(width) * height * planes);
   ShowProgressInit(progress, kTitleDarkInterpolation, height * planes);
   for (int p = 0; p < planes; ++p) {
     const int op = other->IsColor() ? p : 0;
@@ -47,9 +43,8 @@ void CImgDark::Interpolate(COrbImage* other, int progress, Mix&& mix) {
       LOCKHANDLE hd = nullptr, ho = nullptr;
       float* d0 = GetImageAdr(0, y, p, VM_LOCK, &hd);
       const float* d1 = other->GetImageAdr(0, y, op, VM_READONLY | VM_LOCK, &ho);
-      if (!wide) MixRow(d0, d1, width, d0, mix);
-      else if (!stream) MixRowWide<false>(d0, d1, width, d0, mix);
-      else MixRowWide<true>(d0, d1, width, d0, mix), qrn::simd::StreamFence();
+      if (wide) MixRowWide(d0, d1, width, d0, mix);
+      else MixRow(d0, d1, width, d0, mix);
       other->Unlock(ho);
       Unlock(hd);
       ShowProgress(1);

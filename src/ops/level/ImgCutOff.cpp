@@ -11,7 +11,7 @@ void CImgCutOff::Do(COrbImage* src, float low, float high, CRect* rect, int prog
   const int planes = GetPlanes(), width = r.Width();
   const bool wide = qrn::simd::WideVectors();
   // One thread writes every line, so the lines skip the cache when the image is large.
-  const bool stream = qrn::simd::StreamStores(sizeof(float) * std::size_t(width) * r.Height() * planes);
+  const bool stream = qrn::simd::StreamStores(sizeof(float) * std::size_t(width) * r.Height() * planes, src == this);
   ShowProgressInit(progress, 6198, r.Height() * planes);
   for (int p = 0; p < planes; ++p) {
     const float lo = static_cast<float>(src->GetLevelMin(p)), hi = static_cast<float>(src->GetLevelMax(p));

@@ -131,7 +131,7 @@ void CImgToneCurve::Do(float** curves, int n, COrbImage* src, CRect* rect, int p
     }
   const bool wide = qrn::simd::WideVectors();
   // Eight-wide rows of large images skip the cache on the way out.
-  const bool stream = qrn::simd::StreamStores(sizeof(float) * std::size_t(r.Width()) * r.Height() * planes);
+  const bool stream = qrn::simd::StreamStores(sizeof(float) * std::size_t(r.Width()) * r.Height() * planes, src == this);
   ShowProgressInit(progress, halpha ? 6194 : 6114, r.Height() * planes);
   ForEachRow(*this, *src, r, planes, [&](int p, const float* s, float* d, int w) {
     if (scale[p] == 0.0f) return CopyRow(s, d, w);

@@ -55,11 +55,9 @@ TEST(ImgDark, ClampOrderHoldsInEveryColumnOfALongRow) {
   // The three cases above side by side in rows long enough for whole vectors and a tail:
   // (D0, D1) = (10, 20) clamps to D1, (20, 10) drops to 0 and is raised to D0, (30, 30)
   // stays; a factor of 2 = (3 − 1)/(2 − 1) applies to D1 − D0.
-  // The eight-wide and the narrow row code, each with streaming stores on and off.
-  for (int variant = 0; variant < 4; ++variant) {
-    const int wide = variant / 2, stream = variant % 2;
+  // Both the eight-wide and the narrow row code.
+  for (int wide : {1, 0}) {
     qrn::simd::SetWideVectors(wide);
-    qrn::simd::SetStreamStores(stream);
     for (int w : {2, 4, 17, 33}) {
       auto d0 = Image(w, 2, 1, [](int x, int, int) { return 10.0 * (x % 3 + 1); });
       auto d1 = Image(w, 2, 1, [](int x, int, int) { return x % 3 == 0 ? 20.0 : x % 3 == 1 ? 10.0 : 30.0; });
@@ -67,17 +65,16 @@ TEST(ImgDark, ClampOrderHoldsInEveryColumnOfALongRow) {
       for (int y = 0; y < 2; ++y)
         for (int x = 0; x < w; ++x)
           EXPECT_EQ(At(*d0, x, y), x % 3 == 2 ? 30.0f : 20.0f)
-              << x << ", " << y << " of " << w << ", wide " << wide << ", stream " << stream;
+              << x << ", " << y << " of " << w << ", wide " << wide;
     }
   }
   qrn::simd::SetWideVectors(1);
-  qrn::simd::SetStreamStores(-1);
 }
 
 TEST(ImgDark, EveryRowVariantEqualsThePlainDoubleFormula) {
   // Irregular darks with awkward reference values, so that every product and quotient rounds:
   // each member must store exactly the float of its formula evaluated in double, left to
-  // right, on the narrow and the eight-wide rows, streamed or not.
+  // right, on the narrow and the eight-wide rows.
   auto sample = [](int x, int y, int p, int seed) { return 90.0 + std::fmod((x * 37.3 + y * 11.9 + p + seed) * 1.7, 53.1); };
   auto d1 = Image(37, 3, 3, [&](int x, int y, int p) { return sample(x, y, p, 5); });
   const double t = 1.3, t0 = -2.7, t1 = 9.1, e = 0.7, e0 = 0.1, e1 = 3.3, k = std::pow(2.0, 3.1 - 1.9 / 6.3);
@@ -89,9 +86,8 @@ TEST(ImgDark, EveryRowVariantEqualsThePlainDoubleFormula) {
   const Formula proportion = [&](double a, double b) { return a + (b - a) * (t - t0) / (t1 - t0) + (b - a) * (e - e0) / (e1 - e0); };
   const Formula power = [&](double a, double b) { return a + (b - a) * (t - t0) / (t1 - t0) + a * k; };
   for (int member = 0; member < 3; ++member)
-    for (int variant = 0; variant < 4; ++variant) {
-      qrn::simd::SetWideVectors(variant / 2);
-      qrn::simd::SetStreamStores(variant % 2);
+    for (int wide : {1, 0}) {
+      qrn::simd::SetWideVectors(wide);
       auto d0 = Image(37, 3, 3, [&](int x, int y, int p) { return sample(x, y, p, 0); });
       auto& dark = static_cast<CImgDark&>(*d0);
       if (member == 0) dark.DoInterpolateByScore(d1.get(), t, t0, t1, 0);
@@ -106,10 +102,9 @@ TEST(ImgDark, EveryRowVariantEqualsThePlainDoubleFormula) {
             const float a = static_cast<float>(sample(x, y, p, 0)), b = At(*d1, x, y, p);
             wrong += At(*d0, x, y, p) != static_cast<float>(formula(a, b));
           }
-      EXPECT_EQ(wrong, 0) << "member " << member << ", variant " << variant;
+      EXPECT_EQ(wrong, 0) << "member " << member << ", wide " << wide;
     }
   qrn::simd::SetWideVectors(1);
-  qrn::simd::SetStreamStores(-1);
 }
 
 TEST(ImgDark, ProportionAndPowerTermsByHand) {
