@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "kernels/Vec4.h"
 #include "ops/calibration/CalibrationTestImages.h"
 #include "ops/calibration/ImgCalculation.h"
 #include "platform/QrnSys.h"
@@ -15,14 +16,18 @@ namespace {
 
 constexpr int kScalar = 0;
 constexpr int kVector = 2;
+constexpr int kStreamed = 6;  // the four-wide path with streaming stores forced on
 
-// Runs Do on a fresh target (every sample −9) with the given capability mask.
+// Runs Do on a fresh target (every sample −9) with the given capability mask (kStreamed: the
+// four-wide one, streaming).
 std::unique_ptr<COrbImage> Calculate(int mask, const COrbImage& src, double value, int op, int clip,
                                CRect* rect = nullptr) {
   auto target = Image(src.GetWidth(), src.GetHeight(), src.GetPlanes(), [](int, int, int) { return -9.0; });
-  CQrnSys::SetSIMD(mask);
+  CQrnSys::SetSIMD(mask == kStreamed ? kVector : mask);
+  qrn::simd::SetStreamStores(mask == kStreamed ? 1 : 0);
   static_cast<CImgCalculation&>(*target).Do(value, op, clip, const_cast<COrbImage*>(&src), rect, 0);
   CQrnSys::SetSIMD(-1);
+  qrn::simd::SetStreamStores(-1);
   return target;
 }
 
@@ -64,7 +69,9 @@ TEST(ImgCalculation, PathsAgreeBitForBitOnAwkwardShapes) {
           CRect rect(w > 2 ? 1 : 0, 1, w, 3);
           auto a = Calculate(kScalar, *src, 0.7, op, clip, &rect);
           auto b = Calculate(kVector, *src, 0.7, op, clip, &rect);
+          auto c = Calculate(kStreamed, *src, 0.7, op, clip, &rect);
           EXPECT_TRUE(SameBits(*a, *b)) << "op " << op << " clip " << clip << " width " << w;
+          EXPECT_TRUE(SameBits(*a, *c)) << "streamed, op " << op << " clip " << clip << " width " << w;
           EXPECT_EQ(At(*a, 0, 0), -9.0f);  // row 0 lies outside the rectangle
         }
       // Division: the four-wide path multiplies by the float reciprocal; both roundings are
