@@ -43,9 +43,9 @@ struct VecN {
 
   VecN() : v{} {}
   VecN(const Raw& r) : v(r) {}  // NOLINT
-  explicit VecN(T s) {
-    for (int i = 0; i < N; ++i) v[i] = s;
-  }
+  // s − 0 in every lane is s itself (−0 and NaN included), written so that the compiler
+  // sees one broadcast, which it keeps out of loops.
+  explicit VecN(T s) : v(s - Raw{}) {}
 
   static VecN Load(const T* p) {
     Raw r;
