@@ -122,22 +122,29 @@ inline bool AllLanes(const Mask& mask) {
 }
 #if defined(__x86_64__)
 inline bool AllLanes(const Vec4f::Mask& mask) { return _mm_movemask_ps(reinterpret_cast<const __m128&>(mask)) == 0xf; }
-__attribute__((target("avx"), always_inline)) inline bool AllLanes(const Vec8f::Mask& mask) {
+__attribute__((target("avx"))) inline bool AllLanes(const Vec8f::Mask& mask) {
   return _mm256_movemask_ps(reinterpret_cast<const __m256&>(mask)) == 0xff;
 }
 #endif
 
-/// table[idx[i]] in each lane; every index must lie inside the table. One gather
-/// instruction where the processor has it (inside QRN_WIDE_TARGET functions).
+/// out[i] = table[idx[i]] for the eight lanes, with out aligned for StoreStream when
+/// kStream; every index must lie inside the table. One gather instruction where the
+/// processor has it.
+///
+/// The AVX helpers here take and give vectors only through references and pointers: a
+/// function compiled for another instruction set passes 32-byte vectors by value in other
+/// registers, so a call that is not inlined (as in unoptimised builds) must not carry one.
 #if QRN_HAVE_WIDE_TARGET
-__attribute__((target("avx2"), always_inline)) inline Vec8f Gather(const float* table, const Vec8f::Mask& idx) {
-  return Vec8f::Raw(_mm256_i32gather_ps(table, reinterpret_cast<const __m256i&>(idx), 4));
+template <bool kStream>
+__attribute__((target("avx2"))) inline void GatherTo(const float* table, const Vec8f::Mask& idx, float* out) {
+  const __m256 r = _mm256_i32gather_ps(table, reinterpret_cast<const __m256i&>(idx), 4);
+  if constexpr (kStream) _mm256_stream_ps(out, r);
+  else _mm256_storeu_ps(out, r);
 }
 #else
-inline Vec8f Gather(const float* table, const Vec8f::Mask& idx) {
-  Vec8f r;
-  for (int i = 0; i < 8; ++i) r.v[i] = table[idx[i]];
-  return r;
+template <bool kStream>
+inline void GatherTo(const float* table, const Vec8f::Mask& idx, float* out) {
+  for (int i = 0; i < 8; ++i) out[i] = table[idx[i]];
 }
 #endif
 

@@ -2,8 +2,6 @@
 #include "ops/calibration/ImgCalculation.h"
 
 #include <algorithm>
-#include <cassert>
-#include <cstdint>
 #include <cstring>
 
 #include "core/LineLoop.h"
@@ -48,15 +46,14 @@ void Row(float* dst, const float* src, int, int n, float k) {
   for (int x = 0; x < n; ++x) dst[x] = Sample<kOp, kClip>(src[x], k);
 }
 
-// Samples one by one until the column is a multiple of four, whole vectors from there (with
-// streaming stores when kStream; lines start aligned, so such columns are too), the rest one
-// by one.
+// Samples one by one until the column is a multiple of four, whole vectors from there, the
+// rest one by one. Streamed (kStream), the vectors start at the first aligned address
+// instead, as a streaming store needs.
 template <int kOp, bool kClip, bool kStream>
 void Row_x(float* dst, const float* src, int left, int n, float k) {
   const Vec4f k4(k);
-  int x = std::min(n, (4 - left % 4) % 4);
+  int x = kStream ? UnalignedHead<4>(dst, n) : std::min(n, (4 - left % 4) % 4);
   Row<kOp, kClip>(dst, src, left, x, k);
-  assert(!kStream || reinterpret_cast<std::uintptr_t>(dst + x) % sizeof(Vec4f) == 0);
   for (; x + 4 <= n; x += 4) Put<kStream>(dst + x, Sample<kOp, kClip>(Vec4f::Load(src + x), k4));
   Row<kOp, kClip>(dst + x, src + x, left + x, n - x, k);
 }

@@ -26,10 +26,10 @@ void MixRow(const float* d0, const float* d1, int n, float* out, const Rule& rul
 // two inputs, and the hardware's own prefetch alone leaves it short of the memory's pace.
 constexpr int kPrefetchAhead = 1024;
 
-// The same row four doubles a step, compiled for 256-bit vectors. Each lane takes the
-// reference's double steps in the same order, so the stored floats are identical.
+// The same row four doubles a step. Each lane takes the reference's double steps in the same
+// order, so the stored floats are identical.
 template <class Rule>
-QRN_WIDE_TARGET void MixRowWide(const float* d0, const float* d1, int n, float* out, const Rule& rule) {
+void MixSpan4(const float* d0, const float* d1, int n, float* out, const Rule& rule) {
   const auto mix = rule(Vec4d());
   int x = 0;
   for (; x + 4 <= n; x += 4) {
@@ -40,6 +40,12 @@ QRN_WIDE_TARGET void MixRowWide(const float* d0, const float* d1, int n, float* 
     ToFloat(mix(ToDouble(Vec4f::Load(d0 + x)), ToDouble(Vec4f::Load(d1 + x)))).Store(out + x);
   }
   MixRow(d0 + x, d1 + x, n - x, out + x, rule);
+}
+
+// MixSpan4 compiled for 256-bit vectors.
+template <class Rule>
+QRN_WIDE_TARGET void MixRowWide(const float* d0, const float* d1, int n, float* out, const Rule& rule) {
+  MixSpan4(d0, d1, n, out, rule);
 }
 }  // namespace
 

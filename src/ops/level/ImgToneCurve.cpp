@@ -57,18 +57,19 @@ void LookupRow(const ToneIndex& index, const float* raw, const float* s, int n, 
 }
 
 // out[j] = outside(v[j]) for the lanes j of an eight-sample step that are not inside 0..255;
-// kept out of the row loop, which then holds nothing in memory but its row.
+// a call of its own, so that the row loop keeps its vectors in registers (a call inside it
+// would clobber them).
 template <class Outside>
 __attribute__((noinline)) void PatchOutside(const float* v, const int* inside, float* out, const Outside& outside) {
   for (int j = 0; j < 8; ++j)
     if (!inside[j]) out[j] = outside(v[j]);
 }
 
-// The same row eight samples a step with one gather of their table entries. kStream writes
-// the aligned part of the row with streaming stores (the caller fences).
+// The eight-wide row: eight samples a step, their table entries read with one gather and
+// written to out (streamed when kStream: the aligned part, the caller fences); the lanes
+// outside 0..255 are then recomputed out of line.
 template <bool kStream, class Outside>
-QRN_WIDE_TARGET void LookupRowWide(const ToneIndex& index, const float* raw, const float* s, int n, float* out,
-                                   const Outside& outside) {
+void LookupSpan8(const ToneIndex& index, const float* raw, const float* s, int n, float* out, const Outside& outside) {
   auto one = [&](int x) {
     const int i = index.Of(s[x]);
     out[x] = i >= 0 ? raw[i] : outside(s[x]);
@@ -78,22 +79,31 @@ QRN_WIDE_TARGET void LookupRowWide(const ToneIndex& index, const float* raw, con
     for (const int head = UnalignedHead<8>(out, n); x < head; ++x) one(x);
   const auto lanes = index.Lanes<Vec8f>();
   for (; x + 8 <= n; x += 8) {
-    const Vec8f v = Vec8f::Load(s + x);
+    const Vec8f v = Vec8f::Load(s + x);  // read before out is written: the row may be in place
     Vec8f::Mask inside;
     const auto i = lanes(v, inside);
-    Vec8f r = Gather(raw, i);
-    if (!AllLanes(inside)) {
-      float samples[8], patched[8];
-      int flags[8];
-      v.Store(samples);
-      r.Store(patched);
-      StoreLanes(inside, flags);
-      PatchOutside(samples, flags, patched, outside);
-      r = Vec8f::Load(patched);
+    if (AllLanes(inside)) {
+      GatherTo<kStream>(raw, i, out + x);
+      continue;
     }
-    Put<kStream>(out + x, r);
+    // Patched in a buffer and written once: a second store into a line just streamed out
+    // would fetch it back.
+    float samples[8], patched[8];
+    int flags[8];
+    v.Store(samples);
+    StoreLanes(inside, flags);
+    GatherTo<false>(raw, i, patched);
+    PatchOutside(samples, flags, patched, outside);
+    Put<kStream>(out + x, Vec8f::Load(patched));
   }
   for (; x < n; ++x) one(x);
+}
+
+// LookupSpan8 compiled for 256-bit vectors.
+template <bool kStream, class Outside>
+QRN_WIDE_TARGET void LookupRowWide(const ToneIndex& index, const float* raw, const float* s, int n, float* out,
+                                   const Outside& outside) {
+  LookupSpan8<kStream>(index, raw, s, n, out, outside);
 }
 
 }  // namespace
