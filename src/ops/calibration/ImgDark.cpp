@@ -50,9 +50,9 @@ QRN_WIDE_TARGET void MixRowWide(const float* d0, const float* d1, int n, float* 
 }  // namespace
 
 // Replaces every sample d0 of this image by mix(d0, d1), d1 the matching sample of other,
-// with the lane function of a mix rule.
-template <class Mix>
-void CImgDark::Interpolate(COrbImage* other, int progress, Mix&& mix) {
+// mix the lane function of the rule.
+template <class Rule>
+void CImgDark::Interpolate(COrbImage* other, int progress, const Rule& rule) {
   if (!other) return;
   const int planes = GetPlanes(), width = GetWidth(), height = GetHeight();
   const bool wide = qrn::simd::WideVectors();
@@ -63,8 +63,8 @@ void CImgDark::Interpolate(COrbImage* other, int progress, Mix&& mix) {
       LOCKHANDLE hd = nullptr, ho = nullptr;
       float* d0 = GetImageAdr(0, y, p, VM_LOCK, &hd);
       const float* d1 = other->GetImageAdr(0, y, op, VM_READONLY | VM_LOCK, &ho);
-      if (wide) MixRowWide(d0, d1, width, d0, mix);
-      else MixRow(d0, d1, width, d0, mix);
+      if (wide) MixRowWide(d0, d1, width, d0, rule);
+      else MixRow(d0, d1, width, d0, rule);
       other->Unlock(ho);
       Unlock(hd);
       ShowProgress(1);

@@ -29,6 +29,6 @@ class CImgDark : public COrbImage {
                             double doubling, int progress);
 
  private:
-  template <class Mix>
-  void Interpolate(COrbImage* other, int progress, Mix&& mix);
+  template <class Rule>
+  void Interpolate(COrbImage* other, int progress, const Rule& rule);
 };

@@ -134,19 +134,6 @@ void MapRow(bool wide, const float* s, float* d, int n, const Rule& rule, bool s
   qrn::simd::StreamFence();
 }
 
-template <class Rule>
-QRN_WIDE_TARGET void IndexSpanWide(const float* s, int n, int* idx, const Rule& rule) {
-  IndexSpan<Vec8f>(s, n, idx, rule);
-}
-
-/// IndexSpan eight-wide when `wide` (chosen once per call from qrn::simd::WideVectors()),
-/// else four-wide.
-template <class Rule>
-void IndexRow(bool wide, const float* s, int n, int* idx, const Rule& rule) {
-  if (wide) IndexSpanWide(s, n, idx, rule);
-  else IndexSpan<Vec4f>(s, n, idx, rule);
-}
-
 /// Number of samples a table-lookup row handles per block of indices.
 constexpr int kIndexBlock = 512;
 
