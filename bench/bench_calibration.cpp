@@ -10,11 +10,21 @@
 
 namespace {
 
+// The flat's samples: 101 levels repeated across the frame, as in a quantised flat, or a
+// smooth vignetting profile in which nearly every sample differs, as in an averaged master flat.
+enum class FlatKind { kLevels, kSmooth };
+
+float FlatSample(FlatKind kind, int x, int y, int side) {
+  if (kind == FlatKind::kLevels) return 0.9f + 0.2f * float((x + 3 * y) % 101) / 100.0f;
+  const float dx = float(x) / side - 0.5f, dy = float(y) / side - 0.5f;
+  return 1.1f - 0.4f * (dx * dx + dy * dy);
+}
+
 // A light frame, a dark and a flat normalised near 1, so that repeated in-place runs stay finite.
 struct Frames {
   std::unique_ptr<COrbImage> light, dark, flat, target;
   float lo[3], hi[3], mean[3];
-  explicit Frames(int planes) : light(bench::MakeStarField(planes)) {
+  explicit Frames(int planes, FlatKind kind = FlatKind::kLevels) : light(bench::MakeStarField(planes)) {
     const int side = light->GetWidth();
     dark = std::make_unique<COrbImage>(-32, side, side, planes);
     flat = std::make_unique<COrbImage>(-32, side, side, planes);
@@ -25,7 +35,7 @@ struct Frames {
         float* f = flat->GetImageAdr(0, y, p, 0);
         for (int x = 0; x < side; ++x) {
           d[x] = 100.0f + float((x * 7 + y * 13) % 29);
-          f[x] = 0.9f + 0.2f * float((x + 3 * y) % 101) / 100.0f;
+          f[x] = FlatSample(kind, x, y, side);
         }
       }
     for (int p = 0; p < planes; ++p) lo[p] = 0.9f, hi[p] = 1.1f, mean[p] = 1.0f;
@@ -41,9 +51,9 @@ struct Frames {
 };
 
 template <class Op>
-void Register(const std::string& name, int planes, Op op) {
-  benchmark::RegisterBenchmark(name.c_str(), [planes, op](benchmark::State& state) {
-    Frames frames(planes);
+void Register(const std::string& name, int planes, Op op, FlatKind kind = FlatKind::kLevels) {
+  benchmark::RegisterBenchmark(name.c_str(), [planes, op, kind](benchmark::State& state) {
+    Frames frames(planes, kind);
     for (auto _ : state) {
       op(frames);
       benchmark::ClobberMemory();
@@ -172,6 +182,7 @@ const int kRegistered = [] {
     RegisterCv("BM_CvMeanDivideFlat" + s, planes, CvFlat);
     Register("BM_FlatPassPedestal" + s, planes, FlatPassPedestal);
     Register("BM_FlatPassGamma" + s, planes, FlatPassGamma);
+    if (planes == 1) Register("BM_FlatPassGammaSmoothFlat" + s, planes, FlatPassGamma, FlatKind::kSmooth);
     RegisterCv("BM_CvDivide" + s, planes, CvDivideScaled);
     Register("BM_DarkFlat" + s, planes, DarkFlat);
     Register("BM_Sum3SameBytesAsDarkFlat" + s, planes, Sum3);

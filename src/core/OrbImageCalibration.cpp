@@ -92,7 +92,7 @@ void CalibrateGammaRow(float* dst, const float* s, const float* d, const float* 
   float curved[kBlock];
   for (int x = 0; x < n; x += kBlock) {
     const int m = std::min(kBlock, n - x);
-    fp.curve.Row(f + x, m, curved);
+    fp.curve.RowRemembered(f + x, m, curved);
     const float* dk = kDark ? d + x : d;
     if constexpr (kVector) CalibrateRow_x<kDark, kRule, true, kStream>(dst + x, s + x, dk, curved, m, fp);
     else CalibrateRow<kDark, kRule, true>(dst + x, s + x, dk, curved, m, fp);

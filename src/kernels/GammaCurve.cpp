@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "kernels/CurveMemo.h"
 #include "kernels/Vec4.h"
 
 namespace {
@@ -175,6 +176,21 @@ QRN_WIDE_FMA_TARGET int RowWithFma(const Curve& c, const CGammaCurve& exact, con
   return RowWith(c, exact, v, n, out);
 }
 
+// One thread's memory of one curve, told apart by the curve's three numbers.
+struct ThreadMemo {
+  CCurveMemo memo;
+  double bottom = 0.0, span = 0.0, gamma = 0.0;
+  // Blocks still to evaluate directly: once the memory has been filled about once over, a
+  // block that mostly misses makes it stand aside for a while, since remembering nearly
+  // all-distinct values costs more than it saves. It is tried again afterwards, in case the
+  // samples start to repeat.
+  int skipBlocks = 0;
+  long long remembered = 0;
+  bool Holds(double b, double s, double g) const {
+    return !memo.Empty() && b == bottom && s == span && g == gamma;
+  }
+};
+
 }  // namespace
 
 CGammaCurve::CGammaCurve(float top, float bottom, double gamma)
@@ -188,4 +204,46 @@ int CGammaCurve::Row(const float* v, int n, float* out) const {
   const Curve c{m_bottom, m_span, 1.0 / m_span, m_gamma};
   if (qrn::simd::FusedMultiplyAdd()) return RowWithFma(c, *this, v, n, out);
   return qrn::simd::WideVectors() ? RowWithWide(c, *this, v, n, out) : RowWith(c, *this, v, n, out);
+}
+
+int CGammaCurve::RowRemembered(const float* v, int n, float* out) const {
+  thread_local ThreadMemo local;
+  if (!local.Holds(m_bottom, m_span, m_gamma)) {
+    float emptyKey;
+    const std::uint32_t allOnes = 0xffffffffu;
+    std::memcpy(&emptyKey, &allOnes, sizeof emptyKey);
+    local.memo.Reset((*this)(emptyKey));
+    local.bottom = m_bottom, local.span = m_span, local.gamma = m_gamma;
+    local.skipBlocks = 0;
+    local.remembered = 0;
+  }
+  constexpr int kColdBlocks = 63;
+  constexpr long long kWarm = 1LL << CCurveMemo::kBits;
+  // Blocks small enough for the stack: the missing samples are gathered, evaluated together
+  // as one row, then remembered and put in place.
+  constexpr int kBlock = 512;
+  int missing[kBlock];
+  float in[kBlock], res[kBlock];
+  int evaluated = 0;
+  for (int x = 0; x < n; x += kBlock) {
+    const int m = std::min(kBlock, n - x);
+    if (local.skipBlocks > 0) {
+      --local.skipBlocks;
+      Row(v + x, m, out + x);
+      evaluated += m;
+      continue;
+    }
+    const int count = local.memo.Find(v + x, m, out + x, missing);
+    if (count == 0) continue;
+    local.remembered += count;
+    if (2 * count > m && local.remembered >= kWarm) local.skipBlocks = kColdBlocks;
+    for (int k = 0; k < count; ++k) in[k] = v[x + missing[k]];
+    Row(in, count, res);
+    for (int k = 0; k < count; ++k) {
+      out[x + missing[k]] = res[k];
+      local.memo.Remember(in[k], res[k]);
+    }
+    evaluated += count;
+  }
+  return evaluated;
 }

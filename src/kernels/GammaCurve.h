@@ -18,6 +18,12 @@ class CGammaCurve {
   /// out[i] = curve at v[i] for i in [0, n); returns the number of samples that needed std::pow.
   int Row(const float* v, int n, float* out) const;
 
+  /// The same results as Row(), with each calling thread remembering the curve's values
+  /// for the samples it has seen (a CCurveMemo per thread, kept while the curve's numbers
+  /// stay the same): a flat of integer counts or quantised levels then costs one lookup per
+  /// sample and one evaluation per distinct value. Returns the number of samples evaluated.
+  int RowRemembered(const float* v, int n, float* out) const;
+
  private:
   double m_bottom = 0.0, m_span = 1.0, m_gamma = 1.0;
 };

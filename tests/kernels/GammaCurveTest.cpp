@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -65,6 +66,58 @@ TEST(CGammaCurve, SamplesOutsideTheVectorRangeStillMatch) {
     EXPECT_EQ(Mismatches(CGammaCurve(top, bottom, gamma), v, fallbacks), 0) << gamma;
     EXPECT_GE(fallbacks, 5);  // at least the bottom, below it, NaN and the infinities
   }
+}
+
+// RowRemembered() over `rows` rows of v against the per-sample expression; returns the
+// mismatches and adds the samples evaluated to `evaluated`.
+int RememberedMismatches(const CGammaCurve& curve, const std::vector<float>& v, int rows, long& evaluated) {
+  std::vector<float> out(v.size());
+  const int width = static_cast<int>(v.size()) / rows;
+  for (int y = 0; y < rows; ++y) evaluated += curve.RowRemembered(&v[std::size_t(y) * width], width, &out[std::size_t(y) * width]);
+  int wrong = 0;
+  for (std::size_t i = 0; i < v.size(); ++i) wrong += !SameBits(out[i], curve(v[i]));
+  return wrong;
+}
+
+TEST(CGammaCurve, RememberedRowsEqualThePowerAndEvaluateEachCountAboutOnce) {
+  // A vignetted flat of integer counts with noise: about ten thousand distinct values over
+  // 400 rows of 1000. Then a second curve over the same samples, which must not be answered
+  // from the first one's memory, and the first again.
+  std::mt19937 rng(9);
+  std::normal_distribution<float> noise(0.0f, 150.0f);
+  const int rows = 400, width = 1000;
+  std::vector<float> v(std::size_t(rows) * width);
+  for (int y = 0; y < rows; ++y)
+    for (int x = 0; x < width; ++x) {
+      const float dx = float(x) / width - 0.5f, dy = float(y) / rows - 0.5f;
+      v[std::size_t(y) * width + x] = std::round(30000.0f * (1.0f - 0.6f * (dx * dx + dy * dy)) + noise(rng));
+    }
+  const float lo = *std::min_element(v.begin(), v.end()), hi = *std::max_element(v.begin(), v.end());
+  for (int wide : {1, 0}) {
+    qrn::simd::SetWideVectors(wide);
+    for (double gamma : {1.5, 0.7, 1.5}) {
+      const CGammaCurve curve(hi, hi - 2.0f * (hi - lo), gamma);
+      long evaluated = 0;
+      EXPECT_EQ(RememberedMismatches(curve, v, rows, evaluated), 0) << gamma << " wide " << wide;
+      EXPECT_LT(evaluated, 15000) << gamma << " wide " << wide;
+    }
+  }
+  qrn::simd::SetWideVectors(1);
+}
+
+TEST(CGammaCurve, RememberedRowsStayExactWhenSamplesNeverRepeat) {
+  // Distinct floats throughout, enough to fill the memory and make it stand aside, with
+  // special values that only the per-sample path decides.
+  std::mt19937 rng(3);
+  std::uniform_real_distribution<float> inside(0.62f, 1.0f);
+  std::vector<float> v(200000);
+  for (float& s : v) s = inside(rng);
+  v[70000] = std::numeric_limits<float>::quiet_NaN();
+  v[150001] = 0.24f;  // the curve's bottom
+  const CGammaCurve curve(1.0f, 0.24f, 2.2);
+  long evaluated = 0;
+  EXPECT_EQ(RememberedMismatches(curve, v, 200, evaluated), 0);
+  EXPECT_GT(evaluated, 150000);
 }
 
 }  // namespace

@@ -1,0 +1,103 @@
+#include "kernels/CurveMemo.h"
+
+#include <cstring>
+
+#include "kernels/Vec4.h"
+
+#if defined(__x86_64__) || defined(__i386__)
+#include <immintrin.h>
+#define QRN_MEMO_GATHER 1
+#endif
+
+namespace {
+
+constexpr std::uint32_t kEmptyKey = 0xffffffffu;
+
+std::uint32_t Bits(float v) {
+  std::uint32_t b;
+  std::memcpy(&b, &v, sizeof b);
+  return b;
+}
+
+std::uint64_t Entry(std::uint32_t key, float value) { return key | std::uint64_t(Bits(value)) << 32; }
+
+float Value(std::uint64_t entry) {
+  const std::uint32_t high = static_cast<std::uint32_t>(entry >> 32);
+  float v;
+  std::memcpy(&v, &high, sizeof v);
+  return v;
+}
+
+}  // namespace
+
+void CCurveMemo::Reset(float emptyValue) {
+  m_entries.assign(std::size_t(1) << kBits, Entry(kEmptyKey, emptyValue));
+  m_rotate = 0;
+  m_tuned = false;
+}
+
+void CCurveMemo::Tune(const float* v, int n) {
+  std::uint32_t differ = 0;
+  for (int i = 1; i < n; ++i) differ |= Bits(v[i]) ^ Bits(v[0]);
+  m_rotate = differ ? __builtin_ctz(differ) : 0;
+  m_tuned = true;
+}
+
+int CCurveMemo::Find(const float* v, int n, float* out, int* missing) {
+  if (!m_tuned) Tune(v, n);
+  return qrn::simd::WideVectors() ? FindWide(v, n, out, missing) : FindNarrow(v, n, out, missing);
+}
+
+int CCurveMemo::FindNarrow(const float* v, int n, float* out, int* missing) const {
+  // Branch-free: every position is written to `missing`, and the count only advances past
+  // the ones whose key differs. Hits and misses interleave unpredictably in a fresh table.
+  int count = 0;
+  for (int i = 0; i < n; ++i) {
+    const std::uint32_t key = Bits(v[i]);
+    const std::uint64_t entry = m_entries[Slot(key)];
+    out[i] = Value(entry);
+    missing[count] = i;
+    count += static_cast<std::uint32_t>(entry) != key;
+  }
+  return count;
+}
+
+#ifdef QRN_MEMO_GATHER
+// Eight samples at a time: the hash, then two gathers of four entries; the keys and results
+// are separated and put back in sample order. A group with a miss lists its missing lanes
+// from the comparison's bit mask.
+__attribute__((target("avx2"))) int CCurveMemo::FindWide(const float* v, int n, float* out, int* missing) const {
+  const auto* entries = reinterpret_cast<const long long*>(m_entries.data());
+  const __m256i hash = _mm256_set1_epi32(static_cast<int>(kHash));
+  const __m128i right = _mm_cvtsi32_si128(m_rotate), left = _mm_cvtsi32_si128(32 - m_rotate);
+  int count = 0, i = 0;
+  for (; i + 8 <= n; i += 8) {
+    const __m256i key = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(v + i));
+    // A shift by 32 gives 0, so rotation by 0 needs no case of its own.
+    const __m256i rotated = _mm256_or_si256(_mm256_srl_epi32(key, right), _mm256_sll_epi32(key, left));
+    const __m256i slot = _mm256_srli_epi32(_mm256_mullo_epi32(rotated, hash), 32 - kBits);
+    const __m256 low = _mm256_castsi256_ps(_mm256_i32gather_epi64(entries, _mm256_castsi256_si128(slot), 8));
+    const __m256 high = _mm256_castsi256_ps(_mm256_i32gather_epi64(entries, _mm256_extracti128_si256(slot, 1), 8));
+    // Within each 128-bit half the shuffles take lanes low0 low1 high0 high1; swapping the
+    // middle quarters restores the order 0..7.
+    constexpr int kOrder = 0xd8;
+    const __m256i found = _mm256_castpd_si256(
+        _mm256_permute4x64_pd(_mm256_castps_pd(_mm256_shuffle_ps(low, high, 0x88)), kOrder));
+    _mm256_storeu_ps(out + i,
+                     _mm256_castpd_ps(_mm256_permute4x64_pd(_mm256_castps_pd(_mm256_shuffle_ps(low, high, 0xdd)), kOrder)));
+    unsigned miss = ~unsigned(_mm256_movemask_ps(_mm256_castsi256_ps(_mm256_cmpeq_epi32(found, key)))) & 0xffu;
+    for (; miss; miss &= miss - 1) missing[count++] = i + __builtin_ctz(miss);
+  }
+  const int rest = FindNarrow(v + i, n - i, out + i, missing + count);
+  for (int k = 0; k < rest; ++k) missing[count + k] += i;
+  return count + rest;
+}
+#else
+int CCurveMemo::FindWide(const float* v, int n, float* out, int* missing) const {
+  return FindNarrow(v, n, out, missing);
+}
+#endif
+
+void CCurveMemo::Remember(float v, float y) {
+  m_entries[Slot(Bits(v))] = Entry(Bits(v), y);
+}
