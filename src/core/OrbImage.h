@@ -381,6 +381,10 @@ class COrbImage : public CImage {
   float m_avrPixel[kMaxPlanes] = {};
 
  private:
+  // CalcMinMax(); with rawMeans, each plane's GetAvrGrayRaw as well, from the same read.
+  void CalcMinMaxAndMeans(float* rawMeans);
+  // A flat's minimum, maximum and raw mean per plane, for the calibration members.
+  void MeasureFlat(float* lo, float* hi, float* mean);
   int ShowProgressContinue();
   void CopyCarriedFields(const COrbImage& other);
   void SwapCarriedFields(COrbImage& other);

@@ -187,21 +187,21 @@ void PrepareFlat(Pass& pass, int planes, const float* lo, const float* hi, const
   }
 }
 
-// The flat's per-plane minimum, maximum (from CalcMinMax) and mean (GetAvrGrayRaw).
-void MeasureFlat(COrbImage& flat, float* lo, float* hi, float* mean) {
-  flat.CalcMinMax();
-  for (int p = 0; p < flat.GetPlanes(); ++p) {
-    lo[p] = flat.GetMinPixel(p);
-    hi[p] = flat.GetMaxPixel(p);
-    mean[p] = flat.GetAvrGrayRaw(p);
-  }
-}
-
 void CheckCovers([[maybe_unused]] const COrbImage& frame, [[maybe_unused]] const COrbImage& target) {
   assert(frame.GetWidth() >= target.GetWidth() && frame.GetHeight() >= target.GetHeight());
 }
 
 }  // namespace
+
+// The flat's per-plane minimum, maximum (from CalcMinMax) and mean (as GetAvrGrayRaw gives
+// it), all from one read of the flat.
+void COrbImage::MeasureFlat(float* lo, float* hi, float* mean) {
+  CalcMinMaxAndMeans(mean);
+  for (int p = 0; p < GetPlanes(); ++p) {
+    lo[p] = GetMinPixel(p);
+    hi[p] = GetMaxPixel(p);
+  }
+}
 
 float COrbImage::FlatGamma(float v, float top, float bottom, double gamma) { return CGammaCurve(top, bottom, gamma)(v); }
 
@@ -234,7 +234,7 @@ void COrbImage::FlatClbrtn(COrbImage* flat, float pedestal, double gamma, int pr
   if (!flat) return;
   CheckCovers(*flat, *this);
   float lo[kMaxPlanes] = {}, hi[kMaxPlanes] = {}, mean[kMaxPlanes] = {};
-  MeasureFlat(*flat, lo, hi, mean);
+  flat->MeasureFlat(lo, hi, mean);
   Pass pass;
   pass.src = this;
   pass.flat = flat;
@@ -254,7 +254,7 @@ void COrbImage::DarkFlat(COrbImage* src, COrbImage* dark, COrbImage* flat, float
     CheckCovers(*flat, *this);
     float lo[kMaxPlanes] = {}, hi[kMaxPlanes] = {}, mean[kMaxPlanes] = {};
     if (!flatMin || !flatMax || !flatMean) {
-      MeasureFlat(*flat, lo, hi, mean);
+      flat->MeasureFlat(lo, hi, mean);
       flatMin = lo, flatMax = hi, flatMean = mean;
     }
     PrepareFlat(pass, GetPlanes(), flatMin, flatMax, flatMean, pedestal, gamma);

@@ -50,6 +50,16 @@ inline double SumLine(const float* line, int n) {
   return (s0 + s1) + (s2 + s3);
 }
 
+// The line sums added in line order: the same total on any number of threads.
+double LineOrderTotal(const std::vector<double>& lineSums) {
+  double total = 0.0;
+  for (double s : lineSums) total += s;
+  return total;
+}
+
+// The raw mean of a plane from its total: divided by (w − 1), then by (h − 1), as float.
+float RawMean(double total, int w, int h) { return static_cast<float>(total / (w - 1) / (h - 1)); }
+
 // Σ over lines, in line order, of (a line's left-to-right double sum) / (height × width).
 double TotalInLineOrder(const std::vector<double>& lineSums, const COrbImage& image) {
   const double area = double(image.GetHeight()) * double(image.GetWidth());
@@ -130,21 +140,29 @@ void MaskRow(float* line, const float* mask, int n, bool vector) {
 
 // ---- Plane statistics ------------------------------------------------------------------
 
-void COrbImage::CalcMinMax() {
+void COrbImage::CalcMinMax() { CalcMinMaxAndMeans(nullptr); }
+
+void COrbImage::CalcMinMaxAndMeans(float* rawMeans) {
   if (IsEmpty()) return;
   const int w = GetWidth(), h = GetHeight();
   std::vector<float> lineMin(static_cast<std::size_t>(h)), lineMax(lineMin.size());
+  std::vector<double> lineSums(rawMeans ? lineMin.size() : 0);
   for (int p = 0; p < GetPlanes(); ++p) {
     // One float sum in line order (its rounding is part of the result) on one thread, while
-    // the others find each line's extremes; those are then taken over in line order from the
-    // first sample, which gives what one pass over the samples from that start gives.
+    // the others find each line's extremes, and its double sum when the means are asked
+    // for; the extremes are then taken over in line order from the first sample, which gives
+    // what one pass over the samples from that start gives.
     CRunningFloatSum sum;
 #pragma omp parallel
     {
 #pragma omp single nowait
       for (int y = 0; y < h; ++y) sum.Add(GetImageAdr(0, y, p), w);
 #pragma omp for schedule(dynamic, 16)
-      for (int y = 0; y < h; ++y) CRowExtremes::Find(GetImageAdr(0, y, p), w, lineMin[y], lineMax[y]);
+      for (int y = 0; y < h; ++y) {
+        const float* line = GetImageAdr(0, y, p);
+        CRowExtremes::Find(line, w, lineMin[y], lineMax[y]);
+        if (rawMeans) lineSums[y] = SumLine(line, w);
+      }
     }
     float mn = *GetImageAdr(0, 0, p), mx = mn;
     for (int y = 0; y < h; ++y) {
@@ -155,6 +173,7 @@ void COrbImage::CalcMinMax() {
     m_maxPixel[p] = mx;
     // (w - 1)(h - 1), not the pixel count: GetAvrGrayRaw divides the same way.
     m_avrPixel[p] = sum.Value() / static_cast<float>((w - 1) * (h - 1));
+    if (rawMeans) rawMeans[p] = RawMean(LineOrderTotal(lineSums), w, h);
   }
 }
 
@@ -210,10 +229,10 @@ float COrbImage::CalcStdDev(int plane, const float* mean) {
 float COrbImage::GetAvrGrayRaw(int plane) {
   if (IsEmpty() || plane < 0 || plane >= GetPlanes()) return 0.0f;
   const int w = GetWidth(), h = GetHeight();
-  double sum = 0.0;
-#pragma omp parallel for schedule(static) reduction(+ : sum)
-  for (int y = 0; y < h; ++y) sum += SumLine(GetImageAdr(0, y, plane), w);
-  return static_cast<float>(sum / (w - 1) / (h - 1));
+  std::vector<double> lineSums(static_cast<std::size_t>(h));
+#pragma omp parallel for schedule(static)
+  for (int y = 0; y < h; ++y) lineSums[y] = SumLine(GetImageAdr(0, y, plane), w);
+  return RawMean(LineOrderTotal(lineSums), w, h);
 }
 
 float COrbImage::GetAvrGray(int plane) {
