@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <type_traits>
+#include <vector>
 
 #include "core/LineLoop.h"
 #include "kernels/Vec4.h"
@@ -17,25 +19,88 @@ struct GradientPass {
   double sky, base;
 };
 
-// One row, columns [left, left + n) of line y, from s into d.
+// The scale of mode 1 at one column: (L + base) / (g + L + base), grouped as written.
 template <class G>
-void GradientRow(const GradientPass& pass, const G& g, const float* s, float* d, int left, int n, int y) {
-  const double sky = pass.sky, base = pass.base;
+inline double ProportionalFactor(const GradientPass& pass, const G& g, int x, int y) {
+  return (pass.sky + pass.base) / (g(x, y) + pass.sky + pass.base);
+}
+
+// The radial profile k·((x − cx)² + (y − cy)²). When 2·cx is an integer, x − cx and
+// (2·cx − x) − cx are exact and opposite, so a column and its mirror 2·cx − x give the same
+// profile bit for bit, and mode 1 divides once for both.
+struct Parabola {
+  double cx, cy, k;
+  double operator()(int x, int y) const { return k * ((x - cx) * (x - cx) + (y - cy) * (y - cy)); }
+  // The mirror sum 2·cx in `m` when columns mirror exactly.
+  bool Mirrors(long long& m) const {
+    const double twice = 2.0 * cx;
+    if (!(std::fabs(cx) < 0x1p30) || twice != std::floor(twice)) return false;
+    m = static_cast<long long>(twice);
+    return true;
+  }
+};
+
+template <class G>
+constexpr bool kMirrored = std::is_same_v<std::decay_t<G>, Parabola>;
+
+// Mode 1 scales of columns [left, right) of line y into factor[0, right − left), each column
+// in its own division except those whose mirror m − x lies left of them in the row: copied.
+inline void ParabolaFactors(const GradientPass& pass, const Parabola& g, int left, int right, int y, long long m,
+                            double* factor) {
+  const long long firstRight = (m >= 0 ? m / 2 : (m - 1) / 2) + 1;  // first column right of the centre
+  const int own = static_cast<int>(std::clamp<long long>(firstRight, left, right));
+  const int mirrored = static_cast<int>(std::clamp<long long>(m - left + 1, own, right));
+  // Copies of the constants: stores into factor could otherwise alias them, which keeps the
+  // compiler from vectorising the divisions.
+  const GradientPass p = pass;
+  const Parabola curve = g;
+  for (int x = left; x < own; ++x) factor[x - left] = ProportionalFactor(p, curve, x, y);
+  for (int x = own; x < mirrored; ++x) factor[x - left] = factor[m - x - left];
+  for (int x = mirrored; x < right; ++x) factor[x - left] = ProportionalFactor(p, curve, x, y);
+}
+
+// d[i] = factor[i]·(s[i] + base) − base in double, stored as float. kStream writes the aligned
+// part with streaming stores (the caller fences).
+template <bool kStream>
+void ScaleRow(const double* factor, const float* s, float* d, int n, double base) {
+  int i = kStream ? UnalignedHead<4>(d, n) : 0;
+  for (int j = 0; j < i; ++j) d[j] = static_cast<float>(factor[j] * (double(s[j]) + base) - base);
+  if constexpr (kStream) {
+    const Vec4d b(base);
+    for (; i + 4 <= n; i += 4)
+      Put<true>(d + i, ToFloat(Vec4d::Load(factor + i) * (ToDouble(Vec4f::Load(s + i)) + b) - b));
+  }
+  for (; i < n; ++i) d[i] = static_cast<float>(factor[i] * (double(s[i]) + base) - base);
+}
+
+// One row, columns [left, left + n) of line y, from s into d; `factor` has room for n.
+template <class G, bool kStream = false>
+void GradientRow(const GradientPass& pass, const G& g, const float* s, float* d, int left, int n, int y,
+                 double* factor) {
+  const double base = pass.base;
   if (pass.mode == 0) {
     for (int i = 0; i < n; ++i) d[i] = static_cast<float>(s[i] - g(left + i, y));
   } else if (pass.mode == 1) {
+    long long m = 0;
+    if constexpr (kMirrored<G>) {
+      if (g.Mirrors(m)) {
+        ParabolaFactors(pass, g, left, left + n, y, m, factor);
+        ScaleRow<kStream>(factor, s, d, n, base);
+        return;
+      }
+    }
     for (int i = 0; i < n; ++i)
-      d[i] = static_cast<float>((sky + base) / (g(left + i, y) + sky + base) * (double(s[i]) + base) - base);
+      d[i] = static_cast<float>(ProportionalFactor(pass, g, left + i, y) * (double(s[i]) + base) - base);
   } else {
     for (int i = 0; i < n; ++i) d[i] = 0.0f;
   }
 }
 
 // The same row compiled for 256-bit vectors: four doubles a step.
-template <class G>
+template <class G, bool kStream>
 QRN_WIDE_TARGET void GradientRowWide(const GradientPass& pass, const G& g, const float* s, float* d, int left, int n,
-                                     int y) {
-  GradientRow(pass, g, s, d, left, n, y);
+                                     int y, double* factor) {
+  GradientRow<G, kStream>(pass, g, s, d, left, n, y, factor);
 }
 }  // namespace
 
@@ -50,6 +115,9 @@ void CImgFlat::RemoveGradient(COrbImage* src, const double* level, const double*
   ShowProgressInit(progress, kTitleGradient, (bottom > top ? bottom - top : 0) * planes);
   CLineLoop loop(*this);
   const bool wide = qrn::simd::WideVectors();
+  // Only the mirrored parabola's scaling pass streams; the other rows store as they go.
+  const std::size_t bytes = sizeof(float) * std::size_t(std::max(right - left, 0)) * std::max(bottom - top, 0) * planes;
+  const bool stream = wide && mode == 1 && qrn::simd::StreamStores(bytes, src == this);
   for (int p = 0; p < planes && right > left; ++p) {
     const double sky = level ? level[p] : 0.0;
     double base = 0.0;
@@ -63,8 +131,13 @@ void CImgFlat::RemoveGradient(COrbImage* src, const double* level, const double*
       LOCKHANDLE hs = nullptr, hd = nullptr;
       const float* s = src->GetImageAdr(left, y, p, VM_READONLY | VM_LOCK, &hs);
       float* d = GetImageAdr(left, y, p, VM_LOCK, &hd);
-      if (wide) GradientRowWide(pass, g, s, d, left, right - left, y);
-      else GradientRow(pass, g, s, d, left, right - left, y);
+      // Per-thread room for a row of mode 1 scales, kept between rows.
+      thread_local std::vector<double> factors;
+      factors.resize(static_cast<std::size_t>(right - left));
+      if (stream) GradientRowWide<std::decay_t<decltype(g)>, true>(pass, g, s, d, left, right - left, y, factors.data());
+      else if (wide) GradientRowWide<std::decay_t<decltype(g)>, false>(pass, g, s, d, left, right - left, y, factors.data());
+      else GradientRow(pass, g, s, d, left, right - left, y, factors.data());
+      if (stream) qrn::simd::StreamFence();
       Unlock(hd);
       src->Unlock(hs);
     });
@@ -106,22 +179,16 @@ void CImgFlat::DoFlatPoint(COrbImage* src, double* gradX, double* gradY, double*
   });
 }
 
-namespace {
-auto Parabola(double cx, double cy, double k) {
-  return [=](int x, int y) { return k * ((x - cx) * (x - cx) + (y - cy) * (y - cy)); };
-}
-}  // namespace
-
 void CImgFlat::DoParabolic(COrbImage* src, CPoint* centre, double* curvature, double* level, double* floor, int mode,
                            CRect* rect, int progress) {
   if (!centre || !curvature) return;
   RemoveGradient(src, level, floor, mode, rect, progress,
-                 [&](int p) { return Parabola(centre[p].x, centre[p].y, curvature[p]); });
+                 [&](int p) { return Parabola{double(centre[p].x), double(centre[p].y), curvature[p]}; });
 }
 
 void CImgFlat::DoParabolicPoint(COrbImage* src, double* centreX, double* centreY, double* curvature, double* level,
                                 double* floor, int mode, CRect* rect, int progress) {
   if (!centreX || !centreY || !curvature) return;
   RemoveGradient(src, level, floor, mode, rect, progress,
-                 [&](int p) { return Parabola(centreX[p], centreY[p], curvature[p]); });
+                 [&](int p) { return Parabola{centreX[p], centreY[p], curvature[p]}; });
 }

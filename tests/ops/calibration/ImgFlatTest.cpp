@@ -1,6 +1,7 @@
 // Sky-gradient removal with linear and parabolic profiles.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 
 #include "ops/calibration/CalibrationTestImages.h"
@@ -138,6 +139,43 @@ TEST(ImgFlat, BothVectorWidthsGiveTheSameBits) {
     EXPECT_TRUE(qrntest::ImagesNear(*linear[0], *linear[1], 0.0)) << "mode " << mode;
     EXPECT_FALSE(qrntest::ImagesNear(*parabolic[1], *src, 1e-3));
   }
+}
+
+TEST(ImgFlat, ProportionalParabolaMatchesItsFormulaForEveryCentre) {
+  // Mode 1 shares one division between a column and its mirror about the centre when that
+  // is exact (integer and half-integer centres). Every sample must still equal the formula
+  // evaluated on its own: centres inside, near either edge of the rectangle, outside it on
+  // both sides, half-integer and not mirrorable, on both vector widths and with the wide
+  // rows' streaming stores forced on.
+  const int w = 37, h = 9;
+  auto src = Image(w, h, 1, [](int x, int y, int) { return 300.0 + 41 * std::sin(x * 1.3 + y * 0.4); });
+  src->CalcMinMax();
+  const double level = 250.0, floor = -20.0, k = -0.07;
+  const double base = -std::min<double>(src->GetMinPixel(0), floor);
+  const double centres[] = {10.0, 4.0, 29.0, -5.0, 60.0, 12.5, -3.5, 7.3};
+  CRect rect(4, 1, 30, 8);
+  for (int path : {2, 1, 0}) {
+    const int wide = path > 0;
+    qrn::simd::SetWideVectors(wide);
+    qrn::simd::SetStreamStores(path == 2 ? 1 : -1);
+    for (double cx : centres) {
+      const double cy = 2.0;
+      auto target = Image(w, h, 1, [](int, int, int) { return -1.0; });
+      double cxs = cx, cys = cy, kk = k, lv = level, fl = floor;
+      Flat(target).DoParabolicPoint(src.get(), &cxs, &cys, &kk, &lv, &fl, 1, &rect, 0);
+      for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {
+          const bool inside = x >= 4 && x < 30 && y >= 1 && y < 8;
+          const double g = k * ((x - cx) * (x - cx) + (y - cy) * (y - cy));
+          const float expected =
+              inside ? static_cast<float>((level + base) / (g + level + base) * (double(At(*src, x, y)) + base) - base)
+                     : -1.0f;
+          ASSERT_EQ(At(*target, x, y), expected) << "centre " << cx << " at " << x << "," << y << " path " << path;
+        }
+    }
+  }
+  qrn::simd::SetWideVectors(1);
+  qrn::simd::SetStreamStores(-1);
 }
 
 }  // namespace
