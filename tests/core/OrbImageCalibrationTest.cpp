@@ -82,6 +82,35 @@ TEST(OrbImageCalibration, FlatWithPedestalAndGamma) {
   EXPECT_EQ(At(*curved, 1, 0), 96.25f);
 }
 
+TEST(OrbImageCalibration, FlatStatisticsAreThoseOfCalcMinMaxAndTheRawMean) {
+  // A colour flat measured inside FlatClbrtn must give what the combined pass gives with
+  // the statistics taken one by one, and leave the flat's stored statistics as CalcMinMax.
+  std::mt19937 rng(23);
+  // Counts large enough that the float running sum of CalcMinMax rounds: its mean differs
+  // from the raw mean, which is the one the calibration uses.
+  std::uniform_real_distribution<float> counts(900000.0f, 1300000.0f);
+  auto flat = Image(200, 150, 3, [&](int, int, int) { return std::round(counts(rng)); });
+  auto light = Image(200, 150, 3, [](int x, int y, int p) { return 500.0 + x * 3 + y + 50 * p; });
+  auto viaStats = light->Clone();
+  auto measured = flat->Clone();
+  measured->CalcMinMax();
+  float lo[3], hi[3], mean[3];
+  for (int p = 0; p < 3; ++p) {
+    lo[p] = measured->GetMinPixel(p);
+    hi[p] = measured->GetMaxPixel(p);
+    mean[p] = measured->GetAvrGrayRaw(p);
+  }
+  viaStats->DarkFlat(nullptr, nullptr, flat.get(), lo, hi, mean, 0.1f, 1.7, nullptr, 0);
+  light->FlatClbrtn(flat.get(), 0.1f, 1.7, 0);
+  EXPECT_TRUE(qrntest::ImagesNear(*light, *viaStats, 0.0));
+  for (int p = 0; p < 3; ++p) {
+    EXPECT_EQ(flat->GetMinPixel(p), lo[p]);
+    EXPECT_EQ(flat->GetMaxPixel(p), hi[p]);
+    EXPECT_EQ(flat->GetAvrPixel(p), measured->GetAvrPixel(p));
+    EXPECT_NE(measured->GetAvrPixel(p), mean[p]);
+  }
+}
+
 TEST(OrbImageCalibration, FlatWithoutRangeIsIgnoredForItsPlaneAndLaterOnes) {
   // Plane 1 has no range, so planes 1 and 2 stay undivided although plane 2 has one.
   auto flat = Image(2, 2, 3, {1, 3, 1, 3, 2, 2, 2, 2, 1, 3, 1, 3});

@@ -1,5 +1,6 @@
 // Statistics members of COrbImage: hand-sized images worked out on paper.
 #include <gtest/gtest.h>
+#include <omp.h>
 
 #include <climits>
 #include <cmath>
@@ -145,6 +146,22 @@ TEST(OrbImageStatistics, GetAvrGrayUsesReducedDivisorOnEveryPath) {
   }
   auto img = FromRows(3, {1, 2, 3});
   EXPECT_EQ(img->GetAvrGrayRaw(1), 0.0f);
+}
+
+TEST(OrbImageStatistics, RawMeanIsTheSameOnAnyNumberOfThreads) {
+  // The first line sums to 1e20 and the last to −1e20; each line between sums to about 5000,
+  // below half the double spacing at 1e20, so in line order every one of them vanishes and
+  // the mean is 0. Lines summed in groups first (as a per-thread reduction would) would
+  // survive and leave a mean far from 0.
+  const int w = 301, h = 97;
+  const float big = 1e20f / w, small = 5000.0f / w;
+  auto img = MakeImage(w, h, 1, [&](int, int y, int) { return y == 0 ? big : y == h - 1 ? -big : small; });
+  const int threads = omp_get_max_threads();
+  for (int t = 1; t <= 3; ++t) {
+    omp_set_num_threads(t);
+    EXPECT_EQ(img->GetAvrGrayRaw(0), 0.0f) << t << " threads";
+  }
+  omp_set_num_threads(threads);
 }
 
 // ---- GetMaxPixel, GetHeightOfHistogram ---------------------------------------------------------
