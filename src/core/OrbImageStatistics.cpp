@@ -1,9 +1,11 @@
 // COrbImage: plane statistics, histograms, star centroids and fits, and plane-wide rewrites.
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <thread>
 #include <vector>
 
 #include "core/LineLoop.h"
@@ -19,6 +21,9 @@ namespace {
 
 constexpr int kDefaultHistogramTitle = 6166;
 constexpr int kPreparingTitle = 6169;
+// How far the extremes of CalcMinMax may run ahead of its running sum, in bytes of lines:
+// what the cache nearest both threads holds.
+constexpr int kLeadBytes = 256 * 1024;
 
 // Bin of a value already known to lie in [low, high]: truncation, lowered to the last bin
 // and raised to 0. A NaN or infinite position (zero-width range) lands in bin 0, as the
@@ -152,13 +157,23 @@ void COrbImage::CalcMinMaxAndMeans(float* rawMeans) {
     // the others find each line's extremes, and its double sum when the means are asked
     // for; the extremes are then taken over in line order from the first sample, which gives
     // what one pass over the samples from that start gives.
+    //
+    // The other threads stay at most `lead` lines ahead of the sum, so that it reads lines
+    // they have just brought into the cache: one thread alone cannot draw the samples from
+    // memory as fast as it adds them.
     CRunningFloatSum sum;
+    std::atomic<int> summed{0};
+    const int lead = std::max(4, kLeadBytes / static_cast<int>(sizeof(float) * w));
 #pragma omp parallel
     {
 #pragma omp single nowait
-      for (int y = 0; y < h; ++y) sum.Add(GetImageAdr(0, y, p), w);
-#pragma omp for schedule(dynamic, 16)
       for (int y = 0; y < h; ++y) {
+        sum.Add(GetImageAdr(0, y, p), w);
+        summed.store(y + 1, std::memory_order_release);
+      }
+#pragma omp for schedule(dynamic, 4)
+      for (int y = 0; y < h; ++y) {
+        while (y - summed.load(std::memory_order_acquire) > lead) std::this_thread::yield();
         const float* line = GetImageAdr(0, y, p);
         CRowExtremes::Find(line, w, lineMin[y], lineMax[y]);
         if (rawMeans) lineSums[y] = SumLine(line, w);
