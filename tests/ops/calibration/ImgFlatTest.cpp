@@ -116,7 +116,7 @@ TEST(ImgFlat, ParabolicVignettingIsFlattenedInBothModes) {
   EXPECT_EQ(At(*inPlace, 2, 0), At(*dome, 2, 0));
 }
 
-TEST(ImgFlat, BothVectorWidthsGiveTheSameBits) {
+TEST(ImgFlat, EveryRowPathGivesTheSameBits) {
   // Rows long enough for whole vectors and a tail; both profiles in both modes.
   const int w = 45, h = 6;
   auto src = Image(w, h, 3, [](int x, int y, int p) { return 500.0 + 37 * std::sin(x * 0.7 + y + p); });
@@ -125,18 +125,23 @@ TEST(ImgFlat, BothVectorWidthsGiveTheSameBits) {
   double k[3] = {-0.03, 0.02, 1e-3}, level[3] = {400, 450, 500}, floor[3] = {0, -10, 600};
   double slope[3] = {0.5, -2.0, 0.01};
   for (int i = 0; i < 3; ++i) p1[i] = CPoint(i, 0), p2[i] = CPoint(7, 3 + i);
+  // Path 2 is the wide row with its streaming stores forced on.
   for (int mode : {0, 1}) {
-    std::unique_ptr<COrbImage> parabolic[2], linear[2];
-    for (int wide : {1, 0}) {
-      qrn::simd::SetWideVectors(wide);
-      parabolic[wide] = Image(w, h, 3, [](int, int, int) { return 0.0; });
-      linear[wide] = Image(w, h, 3, [](int, int, int) { return 0.0; });
-      Flat(parabolic[wide]).DoParabolic(src.get(), centre, k, level, floor, mode, nullptr, 0);
-      Flat(linear[wide]).DoFlat(src.get(), p1, p2, slope, level, floor, mode, nullptr, 0);
+    std::unique_ptr<COrbImage> parabolic[3], linear[3];
+    for (int path : {2, 1, 0}) {
+      qrn::simd::SetWideVectors(path > 0);
+      qrn::simd::SetStreamStores(path == 2 ? 1 : -1);
+      parabolic[path] = Image(w, h, 3, [](int, int, int) { return 0.0; });
+      linear[path] = Image(w, h, 3, [](int, int, int) { return 0.0; });
+      Flat(parabolic[path]).DoParabolic(src.get(), centre, k, level, floor, mode, nullptr, 0);
+      Flat(linear[path]).DoFlat(src.get(), p1, p2, slope, level, floor, mode, nullptr, 0);
     }
     qrn::simd::SetWideVectors(1);
-    EXPECT_TRUE(qrntest::ImagesNear(*parabolic[0], *parabolic[1], 0.0)) << "mode " << mode;
-    EXPECT_TRUE(qrntest::ImagesNear(*linear[0], *linear[1], 0.0)) << "mode " << mode;
+    qrn::simd::SetStreamStores(-1);
+    for (int path : {1, 2}) {
+      EXPECT_TRUE(qrntest::ImagesNear(*parabolic[0], *parabolic[path], 0.0)) << "mode " << mode << " path " << path;
+      EXPECT_TRUE(qrntest::ImagesNear(*linear[0], *linear[path], 0.0)) << "mode " << mode << " path " << path;
+    }
     EXPECT_FALSE(qrntest::ImagesNear(*parabolic[1], *src, 1e-3));
   }
 }
