@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "common/ThreadTeam.h"
 #include "platform/Parallel.h"
 
 TEST(CLineLoop, VisitsEveryLineOnceInContiguousChunksAndReleasesItsLocks) {
@@ -63,6 +64,9 @@ TEST(CLineLoop, EscapeCancelsACancellableLoopOnlyWhenProgressIsShown) {
 }
 
 TEST(CLineLoop, BatchedReportsCarryTheUnitsDoneSinceTheLastReport) {
+  // Two threads take 128 lines each and fill two batches apiece; on a larger team a thread
+  // with fewer than 64 lines would never report, as the batching intends.
+  const qrntest::ThreadTeam team(2);
   std::vector<LPARAM> percentages;
   HWND host = CreateMessageWindow([&](HWND, UINT m, WPARAM w, LPARAM l) {
     if (m == WM_QRN_PROGRESS && w == kProgressStep) percentages.push_back(l);
