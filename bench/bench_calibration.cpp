@@ -154,6 +154,12 @@ void CvScale(Mats& m) {
 void DarkScore(Frames& f) {
   static_cast<CImgDark&>(*f.target).DoInterpolateByScore(f.dark.get(), -5.0, -10.0, 0.0, 0);
 }
+void DarkProportion(Frames& f) {
+  static_cast<CImgDark&>(*f.target).DoInterpolateByProportion(f.dark.get(), -5.0, -10.0, 0.0, 60.0, 120.0, 90.0, 0);
+}
+void DarkPower(Frames& f) {
+  static_cast<CImgDark&>(*f.target).DoInterpolateByPower(f.dark.get(), -5.0, -10.0, 0.0, 1.0, 2.0, 1.5, 0.1, 0);
+}
 void CvWeighted(Mats& m) {
   for (std::size_t p = 0; p < m.light.size(); ++p) cv::addWeighted(m.target[p], 0.5, m.dark[p], 0.5, 0.0, m.target[p]);
 }
@@ -192,6 +198,8 @@ const int kRegistered = [] {
     Register("BM_CalculationDivide" + s, planes, Divide);
     RegisterCv("BM_CvConvertToScale" + s, planes, CvScale);
     Register("BM_DarkInterpolateByScore" + s, planes, DarkScore);
+    Register("BM_DarkInterpolateByProportion" + s, planes, DarkProportion);
+    Register("BM_DarkInterpolateByPower" + s, planes, DarkPower);
     RegisterCv("BM_CvAddWeighted" + s, planes, CvWeighted);
     Register("BM_FlatGradient" + s, planes, Gradient);
     Register("BM_FlatParabolic" + s, planes, Parabolic);

@@ -10,8 +10,14 @@
 #include "ops/level/ImgColorCorrect.h"
 #include "ops/level/ImgCutOff.h"
 #include "ops/level/ImgInvert.h"
+#include "ops/level/ImgAutoStretch.h"
+#include "ops/level/ImgFalseColor.h"
+#include "ops/level/ImgHstEql.h"
+#include "ops/level/ImgLabColorEnhance.h"
+#include "ops/level/ImgNormalize.h"
 #include "ops/level/ImgReduceTone.h"
 #include "ops/level/ImgToneCurve.h"
+#include "ops/level/ImgWindowing.h"
 
 namespace {
 
@@ -110,6 +116,74 @@ void CvColorCorrect(const std::vector<cv::Mat>& src, std::vector<cv::Mat>& dst) 
   dst[0] = out;
 }
 
+// Normalisation runs on the calling thread: two passes for the mean and deviation, one to map.
+void Normalize(COrbImage& dst, COrbImage* src) {
+  float mean[3] = {1500, 1500, 1500}, sigma[3] = {300, 300, 300};
+  static_cast<CImgNormalize&>(dst).Do(src, mean, sigma, 0);
+}
+
+void CvNormalize(const std::vector<cv::Mat>& src, std::vector<cv::Mat>& dst) {
+  for (std::size_t p = 0; p < src.size(); ++p) {
+    cv::Scalar mean, deviation;
+    cv::meanStdDev(src[p], mean, deviation);
+    const double scale = 300.0 / deviation[0];
+    src[p].convertTo(dst[p], CV_32F, scale, 1500.0 - mean[0] * scale);
+  }
+}
+
+void Stretch(COrbImage& dst, COrbImage* src) {
+  double gain[3] = {1.1, 1.1, 1.1}, offset[3] = {900, 910, 920}, spread[3] = {100, 90, 80}, base[3] = {0, 0, 0};
+  tagRECT rect{0, 0, src->GetWidth(), src->GetHeight()};
+  static_cast<CImgAutoStretch&>(dst).DoStretch(src, gain, offset, spread, base, &rect);
+}
+
+void Windowing(COrbImage& dst, COrbImage* src) {
+  static_cast<CImgWindowing&>(dst).Do(0, src->GetWidth() / 2.0, src, 0);
+}
+
+// The same taper as a precomputed window, multiplied in.
+void CvWindowing(const std::vector<cv::Mat>& src, std::vector<cv::Mat>& dst) {
+  static cv::Mat window;
+  if (window.empty()) cv::createHanningWindow(window, src[0].size(), CV_32F);
+  for (std::size_t p = 0; p < src.size(); ++p) cv::multiply(src[p], window, dst[p]);
+}
+
+// Histogram equalisation, measuring its own range and histogram on each call.
+void Equalize(COrbImage& dst, COrbImage* src) { static_cast<CImgHstEql&>(dst).Do(src); }
+
+// OpenCV equalises 8-bit images only: the samples are brought to bytes first.
+void CvEqualize(const std::vector<cv::Mat>& src, std::vector<cv::Mat>& dst) {
+  cv::Mat bytes;
+  for (std::size_t p = 0; p < src.size(); ++p) {
+    src[p].convertTo(bytes, CV_8U, 255.0 / kRange, -kMin * 255.0 / kRange);
+    cv::equalizeHist(bytes, dst[p]);
+  }
+}
+
+// A grey star field painted with the heat map into a three-plane target.
+void FalseColor(COrbImage& dst, COrbImage* src) {
+  static_cast<CImgFalseColor&>(dst).Do(0, 255, 1, 0, src, nullptr, 0);
+}
+
+void CvFalseColor(const std::vector<cv::Mat>& src, std::vector<cv::Mat>& dst) {
+  cv::Mat bytes;
+  src[0].convertTo(bytes, CV_8U, 255.0 / kRange, -kMin * 255.0 / kRange);
+  cv::applyColorMap(bytes, dst[0], cv::COLORMAP_HOT);
+}
+
+void LabEnhance(COrbImage& dst, COrbImage* src) {
+  static_cast<CImgLabColorEnhance&>(dst).Do(1.4, 10.0, src, nullptr, 0);
+}
+
+// Through L*a*b* and back with OpenCV's float conversions (no chroma change in between).
+void CvLab(const std::vector<cv::Mat>& src, std::vector<cv::Mat>& dst) {
+  static cv::Mat merged, lab;
+  cv::merge(src, merged);
+  merged.convertTo(merged, CV_32F, 1.0 / kRange, -kMin / kRange);
+  cv::cvtColor(merged, lab, cv::COLOR_RGB2Lab);
+  cv::cvtColor(lab, dst[0], cv::COLOR_Lab2RGB);
+}
+
 const int kRegistered = [] {
   bench::RegisterCopyBaseline("BM_Copy/grey", 1);
   bench::RegisterCopyBaseline("BM_Copy/colour", 3);
@@ -124,6 +198,20 @@ const int kRegistered = [] {
     Register(colour ? "BM_CutOff/colour" : "BM_CutOff/grey", planes, CutOff);
     Register(colour ? "BM_ReduceTone/colour" : "BM_ReduceTone/grey", planes, ReduceTone);
   }
+  for (int planes : {1, 3}) {
+    const bool colour = planes == 3;
+    Register(colour ? "BM_Normalize/colour" : "BM_Normalize/grey", planes, Normalize);
+    RegisterCv(colour ? "BM_CvMeanStdDevConvertTo/colour" : "BM_CvMeanStdDevConvertTo/grey", planes, CvNormalize);
+    Register(colour ? "BM_AutoStretch/colour" : "BM_AutoStretch/grey", planes, Stretch);
+    Register(colour ? "BM_Windowing/colour" : "BM_Windowing/grey", planes, Windowing);
+    RegisterCv(colour ? "BM_CvMultiplyHanning/colour" : "BM_CvMultiplyHanning/grey", planes, CvWindowing);
+    Register(colour ? "BM_HstEql/colour" : "BM_HstEql/grey", planes, Equalize);
+    RegisterCv(colour ? "BM_CvConvertToEqualizeHist/colour" : "BM_CvConvertToEqualizeHist/grey", planes, CvEqualize);
+  }
+  Register("BM_FalseColor/grey", 1, FalseColor);
+  RegisterCv("BM_CvApplyColorMap/grey", 1, CvFalseColor);
+  Register("BM_LabColorEnhance/colour", 3, LabEnhance);
+  RegisterCv("BM_CvCvtColorLabAndBack/colour", 3, CvLab);
   Register("BM_ColorBalance/colour", 3, Balance);
   RegisterCv("BM_CvConvertToBalance/colour", 3, CvBalance);
   Register("BM_ColorCorrect/colour", 3, ColorCorrect);

@@ -5,13 +5,19 @@
 #include <cmath>
 #include <numbers>
 
+#include "kernels/Vec4.h"
 #include "ops/level/ToneRows.h"
 
 using namespace qrn::level;
 
 namespace {
 
-double Unit(double v) { return std::clamp(v, 0.0, 1.0); }
+// v clamped to [0, 1] as std::clamp does it (a NaN stays NaN), written with value selects so
+// that rows of it vectorise.
+inline double Unit(double v) {
+  const double low = v < 0.0 ? 0.0 : v;
+  return 1.0 < low ? 1.0 : low;
+}
 
 // Fully saturated colour of hue h in degrees [0, 360).
 void Hue(double h, double* c) {
@@ -22,62 +28,145 @@ void Hue(double h, double* c) {
   for (int k = 0; k < 3; ++k) c[k] = rgb[i][k];
 }
 
-// The colour map of f in [0, 1], components in [0, 1].
-void ColorMap(int scheme, double f, double* c) {
-  switch (scheme) {
-    case 0:
-      Hue((1.0 - f) * 240.0, c);
-      return;
-    case 1:
-      c[0] = Unit(3 * f), c[1] = Unit(3 * f - 1), c[2] = Unit(3 * f - 2);
-      return;
-    case 2:
-      c[0] = Unit(3 * f - 2), c[1] = Unit(3 * f - 1), c[2] = Unit(3 * f);
-      return;
-    case 3:
-      c[0] = Unit(1.5 - std::fabs(4 * f - 3)), c[1] = Unit(1.5 - std::fabs(4 * f - 2)),
-      c[2] = Unit(1.5 - std::fabs(4 * f - 1));
-      return;
-    case 4:
-      if (f < 0.5)
-        c[0] = c[1] = 2 * f, c[2] = 1;
-      else
-        c[0] = 1, c[1] = c[2] = 2 * (1 - f);
-      return;
-    case 5: {
-      // Start 0.5, rotations −1.5, hue 1, gamma 1.
-      const double amp = f * (1 - f) / 2, phi = 2 * std::numbers::pi * (0.5 / 3 - 1.5 * f);
-      const double cs = std::cos(phi), sn = std::sin(phi);
-      c[0] = Unit(f + amp * (-0.14861 * cs + 1.78277 * sn));
-      c[1] = Unit(f + amp * (-0.29227 * cs - 0.90649 * sn));
-      c[2] = Unit(f + amp * (1.97294 * cs));
-      return;
+// The colour map kScheme of f in [0, 1], components in [0, 1]; schemes outside 0..5 are grey.
+// The scheme is a template argument so that a row's loop holds no switch and the piecewise
+// linear maps vectorise.
+template <int kScheme>
+inline void SchemeColor(double f, double* c) {
+  if constexpr (kScheme == 0) {
+    Hue((1.0 - f) * 240.0, c);
+  } else if constexpr (kScheme == 1) {
+    c[0] = Unit(3 * f), c[1] = Unit(3 * f - 1), c[2] = Unit(3 * f - 2);
+  } else if constexpr (kScheme == 2) {
+    c[0] = Unit(3 * f - 2), c[1] = Unit(3 * f - 1), c[2] = Unit(3 * f);
+  } else if constexpr (kScheme == 3) {
+    c[0] = Unit(1.5 - std::fabs(4 * f - 3)), c[1] = Unit(1.5 - std::fabs(4 * f - 2)),
+    c[2] = Unit(1.5 - std::fabs(4 * f - 1));
+  } else if constexpr (kScheme == 4) {
+    const bool lower = f < 0.5;
+    c[0] = lower ? 2 * f : 1.0;
+    c[1] = lower ? 2 * f : 2 * (1 - f);
+    c[2] = lower ? 1.0 : 2 * (1 - f);
+  } else if constexpr (kScheme == 5) {
+    // Start 0.5, rotations −1.5, hue 1, gamma 1.
+    const double amp = f * (1 - f) / 2, phi = 2 * std::numbers::pi * (0.5 / 3 - 1.5 * f);
+    const double cs = std::cos(phi), sn = std::sin(phi);
+    c[0] = Unit(f + amp * (-0.14861 * cs + 1.78277 * sn));
+    c[1] = Unit(f + amp * (-0.29227 * cs - 0.90649 * sn));
+    c[2] = Unit(f + amp * (1.97294 * cs));
+  } else {
+    c[0] = c[1] = c[2] = f;
+  }
+}
+
+// The colour of v as GetFalseColor gives it, into c[0..2] on the 0..255 scale.
+template <int kScheme, bool kCycles = true>
+inline void FalseColorOf(double v, int cycles, double* c) {
+  v = v != v ? 0.0 : v;  // NaN
+  v = v < 0.0 ? 0.0 : 255.0 < v ? 255.0 : v;
+  if (kCycles && cycles > 0) v = std::clamp(std::fmod(cycles * v, 256.0), 0.0, 255.0);
+  SchemeColor<kScheme>(v / 255.0, c);
+  for (int k = 0; k < 3; ++k) c[k] *= 255.0;
+}
+
+// What every row of Do needs: the source's scale, the stretch, the map and the target's levels.
+struct Paint {
+  int srcPlanes, cycles;
+  float srcMin[3], srcScale[3];
+  double low, stretch, dstMin[3], dstRange[3];
+};
+
+// One row: blocks of colours first, then each plane's conversion to raw values in a loop of
+// its own, whose divisions the compiler can take several at a time.
+template <int kScheme, bool kCycles>
+void PaintRow(const Paint& p, const float* const* in, float* const* out, int n) {
+  constexpr int kBlock = 256;
+  float t[kBlock];
+  double c[3][kBlock];
+  for (int x0 = 0; x0 < n; x0 += kBlock) {
+    const int m = std::min(kBlock, n - x0);
+    // Each step in a loop of its own, with no branch inside: the source's brightness on the
+    // 0..255 scale, the colours, then the raw values.
+    if (p.srcPlanes == 3) {
+      for (int i = 0; i < m; ++i)
+        t[i] = COrbImage::CalcBright((in[0][x0 + i] - p.srcMin[0]) * p.srcScale[0],
+                                     (in[1][x0 + i] - p.srcMin[1]) * p.srcScale[1],
+                                     (in[2][x0 + i] - p.srcMin[2]) * p.srcScale[2]);
+    } else {
+      for (int i = 0; i < m; ++i) t[i] = (in[0][x0 + i] - p.srcMin[0]) * p.srcScale[0];
     }
-    default:
-      c[0] = c[1] = c[2] = f;
+    for (int i = 0; i < m; ++i) {
+      double colour[3];
+      FalseColorOf<kScheme, kCycles>((t[i] - p.low) * p.stretch, p.cycles, colour);
+      for (int k = 0; k < 3; ++k) c[k][i] = colour[k];
+    }
+    for (int k = 0; k < 3; ++k) {
+      const double range = p.dstRange[k], min = p.dstMin[k];
+      float* o = out[k] + x0;
+      for (int i = 0; i < m; ++i) o[i] = static_cast<float>(c[k][i] / 255.0 * range + min);
+    }
+  }
+}
+
+// The same row compiled for 256-bit vectors.
+template <int kScheme, bool kCycles>
+QRN_WIDE_TARGET void PaintRowWide(const Paint& p, const float* const* in, float* const* out, int n) {
+  PaintRow<kScheme, kCycles>(p, in, out, n);
+}
+
+using PaintRowFn = void (*)(const Paint&, const float* const*, float* const*, int);
+
+// Rows without cycles have no fmod call in their loop, which lets the loop vectorise.
+template <int kScheme>
+PaintRowFn PickWidth(bool wide, bool cycles) {
+  if (cycles) return wide ? PaintRowWide<kScheme, true> : PaintRow<kScheme, true>;
+  return wide ? PaintRowWide<kScheme, false> : PaintRow<kScheme, false>;
+}
+
+PaintRowFn PickRow(int scheme, bool wide, bool cycles) {
+  switch (scheme) {
+    case 0: return PickWidth<0>(wide, cycles);
+    case 1: return PickWidth<1>(wide, cycles);
+    case 2: return PickWidth<2>(wide, cycles);
+    case 3: return PickWidth<3>(wide, cycles);
+    case 4: return PickWidth<4>(wide, cycles);
+    case 5: return PickWidth<5>(wide, cycles);
+    default: return PickWidth<-1>(wide, cycles);
+  }
+}
+
+// GetFalseColor's map for a scheme known only at run time.
+void ColorOf(double v, int scheme, int cycles, double* c) {
+  switch (scheme) {
+    case 0: return FalseColorOf<0>(v, cycles, c);
+    case 1: return FalseColorOf<1>(v, cycles, c);
+    case 2: return FalseColorOf<2>(v, cycles, c);
+    case 3: return FalseColorOf<3>(v, cycles, c);
+    case 4: return FalseColorOf<4>(v, cycles, c);
+    case 5: return FalseColorOf<5>(v, cycles, c);
+    default: return FalseColorOf<-1>(v, cycles, c);
   }
 }
 
 }  // namespace
 
 void CImgFalseColor::GetFalseColor(double v, int scheme, int cycles, double* r, double* g, double* b) {
-  v = std::clamp(std::isnan(v) ? 0.0 : v, 0.0, 255.0);
-  if (cycles > 0) v = std::clamp(std::fmod(cycles * v, 256.0), 0.0, 255.0);
   double c[3];
-  ColorMap(scheme, v / 255.0, c);
-  *r = c[0] * 255.0;
-  *g = c[1] * 255.0;
-  *b = c[2] * 255.0;
+  ColorOf(v, scheme, cycles, c);
+  *r = c[0];
+  *g = c[1];
+  *b = c[2];
 }
 
 void CImgFalseColor::Do(double low, double high, int scheme, int cycles, COrbImage* src, CRect* rect, int progress) {
   if (!src || src->IsEmpty() || IsEmpty() || src->GetWidth() != GetWidth() || src->GetHeight() != GetHeight()) return;
-  const int srcPlanes = src->GetPlanes();
-  float srcMin[kMaxPlanes], srcScale[kMaxPlanes];
-  for (int k = 0; k < srcPlanes; ++k) {
+  Paint paint{};
+  paint.srcPlanes = src->GetPlanes();
+  paint.cycles = cycles;
+  for (int k = 0; k < paint.srcPlanes; ++k) {
     if (src->GetLevelRange(k) == 0.0) return;
-    srcMin[k] = static_cast<float>(src->GetLevelMin(k));
-    srcScale[k] = static_cast<float>(255.0 / src->GetLevelRange(k));
+    paint.srcMin[k] = static_cast<float>(src->GetLevelMin(k));
+    paint.srcScale[k] = static_cast<float>(255.0 / src->GetLevelRange(k));
   }
   if (GetPlanes() < 3) {
     const double min = GetLevelMin(0), max = GetLevelMax(0);
@@ -85,21 +174,14 @@ void CImgFalseColor::Do(double low, double high, int scheme, int cycles, COrbIma
     for (int k = 0; k < 3; ++k) SetLevel(k, min, max);
   }
   if (!(high > low)) low = 0.0, high = 255.0;
-  const double stretch = 255.0 / (high - low);
+  paint.low = low;
+  paint.stretch = 255.0 / (high - low);
+  for (int k = 0; k < 3; ++k) paint.dstMin[k] = GetLevelMin(k), paint.dstRange[k] = GetLevelRange(k);
   Region r;
   NormalizeRect(rect, r.left, r.top, r.right, r.bottom);
   if (r.IsEmpty()) return;
   ShowProgressInit(progress, 6117, r.Height());
-  ForEachRgbRow(*this, *src, r, [&](const float* const* in, float* const* out, int n) {
-    for (int x = 0; x < n; ++x) {
-      const float t = srcPlanes == 3
-                          ? CalcBright((in[0][x] - srcMin[0]) * srcScale[0], (in[1][x] - srcMin[1]) * srcScale[1],
-                                       (in[2][x] - srcMin[2]) * srcScale[2])
-                          : (in[0][x] - srcMin[0]) * srcScale[0];
-      double c[3];
-      GetFalseColor((t - low) * stretch, scheme, cycles, &c[0], &c[1], &c[2]);
-      for (int k = 0; k < 3; ++k) out[k][x] = static_cast<float>(c[k] / 255.0 * GetLevelRange(k) + GetLevelMin(k));
-    }
-  });
+  const PaintRowFn row = PickRow(scheme, qrn::simd::WideVectors(), cycles > 0);
+  ForEachRgbRow(*this, *src, r, [&](const float* const* in, float* const* out, int n) { row(paint, in, out, n); });
   ShowProgressEnd(nullptr);
 }

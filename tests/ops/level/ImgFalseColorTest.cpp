@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+
+#include "kernels/Vec4.h"
+
 #include "ops/level/LevelTestImages.h"
 
 using leveltest::Make;
@@ -69,6 +73,42 @@ TEST(ImgFalseColor, LowAndHighStretchTheInput) {
   static_cast<CImgFalseColor&>(*dst).Do(100, 150, 99, 0, src.get(), nullptr, 0);
   EXPECT_FLOAT_EQ(dst->GetPixelGrayRaw(0, 0, 1), 0.0f);
   EXPECT_FLOAT_EQ(dst->GetPixelGrayRaw(1, 0, 1), 255.0f);
+}
+
+TEST(ImgFalseColor, EveryPixelIsItsColourThroughTheTargetWindowOnEveryPath) {
+  // Rows longer than the blocks the rows are painted in, values below, inside and above the
+  // window and NaN, every scheme with and without cycles, grey and colour sources, both
+  // vector widths: each sample must be GetFalseColor of its brightness, brought through the
+  // target's window, as one pixel at a time computes it.
+  const int w = 601, h = 3;
+  const float nan = std::numeric_limits<float>::quiet_NaN();
+  for (int srcPlanes : {1, 3}) {
+    auto src = Make(w, h, srcPlanes, 1000, 2020, [&](int x, int y, int p) {
+      return x == 17 && p == 0 ? nan : 900.0 + (x * 37 + y * 11 + p * 5) % 1300 + 0.25 * p;
+    });
+    for (int wide : {1, 0}) {
+      qrn::simd::SetWideVectors(wide);
+      for (int scheme = 0; scheme <= 6; ++scheme)
+        for (int cycles : {0, 3}) {
+          auto dst = Make(w, h, 3, -50, 4000, [](int, int, int) { return 0.0; });
+          static_cast<CImgFalseColor&>(*dst).Do(20, 230, scheme, cycles, src.get(), nullptr, 0);
+          for (int y = 0; y < h; ++y)
+            for (int x = 0; x < w; ++x) {
+              float v[3];
+              for (int p = 0; p < srcPlanes; ++p)
+                v[p] = (src->GetPixelGrayRaw(x, y, p) - 1000.0f) * static_cast<float>(255.0 / 1020.0);
+              const float t = srcPlanes == 3 ? COrbImage::CalcBright(v[0], v[1], v[2]) : v[0];
+              double c[3];
+              CImgFalseColor::GetFalseColor((t - 20.0) * (255.0 / 210.0), scheme, cycles, &c[0], &c[1], &c[2]);
+              for (int k = 0; k < 3; ++k)
+                ASSERT_EQ(dst->GetPixelGrayRaw(x, y, k), static_cast<float>(c[k] / 255.0 * 4050.0 - 50.0))
+                    << "scheme " << scheme << " cycles " << cycles << " at " << x << "," << y << " plane " << k
+                    << " wide " << wide << " source planes " << srcPlanes;
+            }
+        }
+    }
+  }
+  qrn::simd::SetWideVectors(1);
 }
 
 }  // namespace
