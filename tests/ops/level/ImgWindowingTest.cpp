@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+
+#include "kernels/Vec4.h"
 #include "ops/level/LevelTestImages.h"
 
 using leveltest::Make;
@@ -31,6 +34,37 @@ TEST(ImgWindowing, OtherTypesCopyAndBadRadiusZeroes) {
   EXPECT_TRUE(leveltest::BitEqual(flat, *src));
   EXPECT_EQ(static_cast<CImgWindowing&>(zero).Do(0, -1.0, src.get(), 0), 1);
   for (int x = 0; x < 3; ++x) EXPECT_EQ(zero.GetPixelGrayRaw(x, 1, 0), 0.0f);
+}
+
+TEST(ImgWindowing, EverySampleIsItsOwnWeightTimesTheSource) {
+  // Rows and columns share weights with their mirrors about the centre; every sample must
+  // still be exactly the source times its own weight, for odd and even sizes, a radius
+  // beyond the corners and one inside, in place and into another image, on both widths.
+  struct Size {
+    int w, h;
+  };
+  for (Size size : {Size{9, 7}, Size{10, 8}, Size{1, 1}, Size{37, 2}}) {
+    auto src = Make(size.w, size.h, 3, 0, 1, [](int x, int y, int p) { return 100.0 + x * 3.7 - y * 1.3 + p; });
+    const int cx = size.w / 2, cy = size.h / 2;
+    for (double radius : {3.3, 40.0}) {
+      for (int wide : {1, 0}) {
+        qrn::simd::SetWideVectors(wide);
+        COrbImage dst(*src), inPlace(*src);
+        static_cast<CImgWindowing&>(dst).Do(0, radius, src.get(), 0);
+        static_cast<CImgWindowing&>(inPlace).Do(0, radius, &inPlace, 0);
+        for (int p = 0; p < 3; ++p)
+          for (int y = 0; y < size.h; ++y)
+            for (int x = 0; x < size.w; ++x) {
+              const double dx = x - cx, dy = y - cy, r = std::sqrt(dx * dx + dy * dy);
+              const double weight = r < radius ? 0.5 * std::cos(M_PI * r / radius) + 0.5 : 0.0;
+              const float expected = static_cast<float>(src->GetPixelGrayRaw(x, y, p) * weight);
+              ASSERT_EQ(dst.GetPixelGrayRaw(x, y, p), expected) << size.w << "x" << size.h << " at " << x << "," << y;
+              ASSERT_EQ(inPlace.GetPixelGrayRaw(x, y, p), expected) << size.w << "x" << size.h << " in place";
+            }
+      }
+    }
+  }
+  qrn::simd::SetWideVectors(1);
 }
 
 }  // namespace
