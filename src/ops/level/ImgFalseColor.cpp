@@ -69,6 +69,54 @@ inline void FalseColorOf(double v, int cycles, double* c) {
   for (int k = 0; k < 3; ++k) c[k] *= 255.0;
 }
 
+// The piecewise linear maps (and grey) four samples at a time, with selects where the scalar
+// map compares, so that the same values come out.
+template <int kScheme>
+constexpr bool kLinearScheme = (kScheme >= 1 && kScheme <= 4) || kScheme == -1;
+
+inline Vec4d UnitV(const Vec4d& v) {
+  const Vec4d zero(0.0), one(1.0);
+  const Vec4d low = Vec4d::Select(v < zero, zero, v);
+  return Vec4d::Select(one < low, one, low);
+}
+
+// |x|, except that −0 stays −0: every use subtracts it from 1.5, which gives the same.
+inline Vec4d AbsV(const Vec4d& x) { return Vec4d::Select(x < Vec4d(0.0), Vec4d(0.0) - x, x); }
+
+template <int kScheme>
+inline void SchemeColorV(const Vec4d& f, Vec4d* c) {
+  const Vec4d one(1.0), two(2.0), three(3.0), four(4.0), onePointFive(1.5);
+  if constexpr (kScheme == 1) {
+    c[0] = UnitV(three * f), c[1] = UnitV(three * f - one), c[2] = UnitV(three * f - two);
+  } else if constexpr (kScheme == 2) {
+    c[0] = UnitV(three * f - two), c[1] = UnitV(three * f - one), c[2] = UnitV(three * f);
+  } else if constexpr (kScheme == 3) {
+    c[0] = UnitV(onePointFive - AbsV(four * f - three)), c[1] = UnitV(onePointFive - AbsV(four * f - two)),
+    c[2] = UnitV(onePointFive - AbsV(four * f - one));
+  } else if constexpr (kScheme == 4) {
+    const auto lower = f < Vec4d(0.5);
+    c[0] = Vec4d::Select(lower, two * f, one);
+    c[1] = Vec4d::Select(lower, two * f, two * (one - f));
+    c[2] = Vec4d::Select(lower, one, two * (one - f));
+  } else {
+    c[0] = c[1] = c[2] = f;
+  }
+}
+
+// Four colours from the brightness t: the steps of FalseColorOf without cycles.
+template <int kScheme>
+inline void FalseColorsV(const float* t, double low, double stretch, double* c0, double* c1, double* c2) {
+  const Vec4d zero(0.0), top(255.0);
+  Vec4d v = (ToDouble(Vec4f::Load(t)) - Vec4d(low)) * Vec4d(stretch);
+  v = Vec4d::Select(v >= v, v, zero);  // NaN
+  v = Vec4d::Select(v < zero, zero, Vec4d::Select(top < v, top, v));
+  Vec4d c[3];
+  SchemeColorV<kScheme>(v / top, c);
+  (c[0] * top).Store(c0);
+  (c[1] * top).Store(c1);
+  (c[2] * top).Store(c2);
+}
+
 // What every row of Do needs: the source's scale, the stretch, the map and the target's levels.
 struct Paint {
   int srcPlanes, cycles;
@@ -95,7 +143,10 @@ void PaintRow(const Paint& p, const float* const* in, float* const* out, int n) 
     } else {
       for (int i = 0; i < m; ++i) t[i] = (in[0][x0 + i] - p.srcMin[0]) * p.srcScale[0];
     }
-    for (int i = 0; i < m; ++i) {
+    int i = 0;
+    if constexpr (!kCycles && kLinearScheme<kScheme>)
+      for (; i + 4 <= m; i += 4) FalseColorsV<kScheme>(t + i, p.low, p.stretch, c[0] + i, c[1] + i, c[2] + i);
+    for (; i < m; ++i) {
       double colour[3];
       FalseColorOf<kScheme, kCycles>((t[i] - p.low) * p.stretch, p.cycles, colour);
       for (int k = 0; k < 3; ++k) c[k][i] = colour[k];
