@@ -54,9 +54,10 @@ void CColor::RgbToLab(double r, double g, double b) {
   const double x = m_x / kWhite;
   const double y = m_y / kWhite;
   const double z = m_z / kWhite;
-  m_l = y > kEpsilon ? 116.0 * std::pow(y, 1.0 / 3.0) - 16.0 : kKappa * y;
-  const double fx = LabCompand(x);
+  // y's cube root serves L and fy alike: one power for both.
   const double fy = LabCompand(y);
+  m_l = y > kEpsilon ? 116.0 * fy - 16.0 : kKappa * y;
+  const double fx = LabCompand(x);
   const double fz = LabCompand(z);
   m_a = 500.0 * (fx - fy);
   m_bb = 200.0 * (fy - fz);
