@@ -36,10 +36,14 @@ void CCurveMemo::Reset(float emptyValue) {
   m_tuned = false;
 }
 
+// Samples that are all alike (a constant border, say) tell nothing about the steps between
+// values: the rotation is then left for a later call. Entries placed under another rotation
+// only become unreachable; a lookup never matches a key it was not given.
 void CCurveMemo::Tune(const float* v, int n) {
   std::uint32_t differ = 0;
   for (int i = 1; i < n; ++i) differ |= Bits(v[i]) ^ Bits(v[0]);
-  m_rotate = differ ? __builtin_ctz(differ) : 0;
+  if (differ == 0) return;
+  m_rotate = __builtin_ctz(differ);
   m_tuned = true;
 }
 

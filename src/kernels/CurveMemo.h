@@ -12,7 +12,7 @@
 /// the stored ones bit for bit, so they are exact when what was remembered was exact.
 ///
 /// The hash is a Fibonacci hash of the key rotated right past the low bits in which the first
-/// samples after Reset() agree: integer counts near 30000 step by 2^9 in their bit patterns,
+/// differing samples after Reset() agree: integer counts near 30000 step by 2^9 in their bit patterns,
 /// and only with those bits rotated away does the hash spread neighbouring counts over
 /// distinct entries instead of piling them onto a few.
 class CCurveMemo {
@@ -26,7 +26,7 @@ class CCurveMemo {
 
   /// For each v[i] remembered, out[i] = its result; the positions i of the others go to
   /// `missing` (room for n) and out[i] is left unspecified. Returns the number missing. The
-  /// first call after Reset() also fixes the hash's rotation from its samples.
+  /// first call after Reset() whose samples are not all alike also fixes the hash's rotation.
   int Find(const float* v, int n, float* out, int* missing);
 
   /// Remembers y for v, replacing whatever shared its entry.
