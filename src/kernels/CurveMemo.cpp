@@ -85,10 +85,9 @@ __attribute__((target("avx2"))) int CCurveMemo::FindWide(const float* v, int n, 
     // Within each 128-bit half the shuffles take lanes low0 low1 high0 high1; swapping the
     // middle quarters restores the order 0..7.
     constexpr int kOrder = 0xd8;
-    const __m256i found = _mm256_castpd_si256(
-        _mm256_permute4x64_pd(_mm256_castps_pd(_mm256_shuffle_ps(low, high, 0x88)), kOrder));
-    _mm256_storeu_ps(out + i,
-                     _mm256_castpd_ps(_mm256_permute4x64_pd(_mm256_castps_pd(_mm256_shuffle_ps(low, high, 0xdd)), kOrder)));
+    const __m256 keys = _mm256_shuffle_ps(low, high, 0x88), values = _mm256_shuffle_ps(low, high, 0xdd);
+    const __m256i found = _mm256_castpd_si256(_mm256_permute4x64_pd(_mm256_castps_pd(keys), kOrder));
+    _mm256_storeu_ps(out + i, _mm256_castpd_ps(_mm256_permute4x64_pd(_mm256_castps_pd(values), kOrder)));
     unsigned miss = ~unsigned(_mm256_movemask_ps(_mm256_castsi256_ps(_mm256_cmpeq_epi32(found, key)))) & 0xffu;
     for (; miss; miss &= miss - 1) missing[count++] = i + __builtin_ctz(miss);
   }

@@ -12,9 +12,9 @@
 /// the stored ones bit for bit, so they are exact when what was remembered was exact.
 ///
 /// The hash is a Fibonacci hash of the key rotated right past the low bits in which the first
-/// differing samples after Reset() agree: integer counts near 30000 step by 2^9 in their bit patterns,
-/// and only with those bits rotated away does the hash spread neighbouring counts over
-/// distinct entries instead of piling them onto a few.
+/// differing samples after Reset() agree: integer counts near 30000 step by 2^9 in their bit
+/// patterns, and only with those bits rotated away does the hash spread neighbouring counts
+/// over distinct entries instead of piling them onto a few.
 class CCurveMemo {
  public:
   static constexpr int kBits = 15;

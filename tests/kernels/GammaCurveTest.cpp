@@ -73,7 +73,10 @@ TEST(CGammaCurve, SamplesOutsideTheVectorRangeStillMatch) {
 int RememberedMismatches(const CGammaCurve& curve, const std::vector<float>& v, int rows, long& evaluated) {
   std::vector<float> out(v.size());
   const int width = static_cast<int>(v.size()) / rows;
-  for (int y = 0; y < rows; ++y) evaluated += curve.RowRemembered(&v[std::size_t(y) * width], width, &out[std::size_t(y) * width]);
+  for (int y = 0; y < rows; ++y) {
+    const std::size_t row = std::size_t(y) * width;
+    evaluated += curve.RowRemembered(&v[row], width, &out[row]);
+  }
   int wrong = 0;
   for (std::size_t i = 0; i < v.size(); ++i) wrong += !SameBits(out[i], curve(v[i]));
   return wrong;

@@ -134,8 +134,9 @@ void CImgFlat::RemoveGradient(COrbImage* src, const double* level, const double*
       // Per-thread room for a row of mode 1 scales, kept between rows.
       thread_local std::vector<double> factors;
       factors.resize(static_cast<std::size_t>(right - left));
-      if (stream) GradientRowWide<std::decay_t<decltype(g)>, true>(pass, g, s, d, left, right - left, y, factors.data());
-      else if (wide) GradientRowWide<std::decay_t<decltype(g)>, false>(pass, g, s, d, left, right - left, y, factors.data());
+      using G = std::decay_t<decltype(g)>;
+      if (stream) GradientRowWide<G, true>(pass, g, s, d, left, right - left, y, factors.data());
+      else if (wide) GradientRowWide<G, false>(pass, g, s, d, left, right - left, y, factors.data());
       else GradientRow(pass, g, s, d, left, right - left, y, factors.data());
       if (stream) qrn::simd::StreamFence();
       Unlock(hd);
