@@ -4,7 +4,7 @@
 #include <cmath>
 #include <numbers>
 
-#include "core/Color.h"
+#include "ops/level/LabEnhancer.h"
 #include "ops/level/ToneRows.h"
 
 using namespace qrn::level;
@@ -22,28 +22,21 @@ int CImgLabColorEnhance::Do(double saturation, double hue, double aShift, double
   const bool neutral = saturation == 1.0 && hue == 0.0 && aShift == 0.0 && bShift == 0.0;
   const double angle = hue * std::numbers::pi / 180.0, cs = std::cos(angle) * saturation,
                sn = std::sin(angle) * saturation;
-  double srcMin[3], srcScale[3], dstMin[3], dstScale[3];
+  CLabEnhancer::Levels levels;
   for (int k = 0; k < 3; ++k) {
-    srcMin[k] = src->GetLevelMin(k);
-    srcScale[k] = 255.0 / src->GetLevelRange(k);
-    dstMin[k] = GetLevelMin(k);
-    dstScale[k] = GetLevelRange(k) / 255.0;
+    levels.srcMin[k] = src->GetLevelMin(k);
+    levels.srcScale[k] = 255.0 / src->GetLevelRange(k);
+    levels.dstMin[k] = GetLevelMin(k);
+    levels.dstScale[k] = GetLevelRange(k) / 255.0;
   }
+  const CLabEnhancer enhancer(levels, cs, sn, aShift, bShift);
   ShowProgressInit(progress, 6134, r.Height());
   ForEachRgbRow(*this, *src, r, [&](const float* const* in, float* const* out, int n) {
     if (neutral) {
       for (int k = 0; k < 3; ++k) CopyRow(in[k], out[k], n);
       return;
     }
-    CColor color;
-    for (int x = 0; x < n; ++x) {
-      color.RgbToLab((in[0][x] - srcMin[0]) * srcScale[0], (in[1][x] - srcMin[1]) * srcScale[1],
-                     (in[2][x] - srcMin[2]) * srcScale[2]);
-      const double a = color.Geta(), b = color.Getb();
-      color.LabToRgb(color.GetL(), a * cs - b * sn + aShift, a * sn + b * cs + bShift);
-      const double rgb[3] = {color.GetR(), color.GetG(), color.GetB()};
-      for (int k = 0; k < 3; ++k) out[k][x] = static_cast<float>(rgb[k] * dstScale[k] + dstMin[k]);
-    }
+    enhancer.Row(in, out, n);
   });
   ShowProgressEnd(nullptr);
   return 1;
