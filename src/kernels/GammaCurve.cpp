@@ -22,6 +22,10 @@ struct Curve {
 constexpr int kGroup = 4;
 constexpr int kGroupSamples = 4 * kGroup;
 
+// Shorter series than the full ones: their truncation (near 2^-46) only widens the bound a
+// little, and the float results of a curve seldom fall that close to a rounding.
+constexpr int kShortLog = 8, kShortExp = 10;
+
 // kGroupSamples samples: the float result where the error bound decides it, and in
 // `decided` nonzero for those lanes, 0 for the others.
 inline void Group(const Curve& c, const float* v, float* out, int* decided) {
@@ -33,9 +37,9 @@ inline void Group(const Curve& c, const float* v, float* out, int* decided) {
     std::memcpy(&q, v + 4 * j, sizeof q);
     x[j] = (__builtin_convertvector(q, D4) - Splat(c.bottom)) * Splat(c.inverseSpan);
   }
-  Log(x, lnx);
+  Log<kShortLog>(x, lnx);
   for (int j = 0; j < kGroup; ++j) t[j] = Splat(c.gamma) * lnx[j];
-  Exp(t, power);
+  Exp<kShortExp>(t, power);
   for (int j = 0; j < kGroup; ++j) {
     const L4 inRange =
         (x[j] >= Splat(0x1p-1022)) & (x[j] <= Splat(0x1.fffffffffffffp1023)) & (Abs(t[j]) <= Splat(kMaxExponent));
@@ -43,7 +47,7 @@ inline void Group(const Curve& c, const float* v, float* out, int* decided) {
     const D4 y = scaled + Splat(c.bottom);
     // The margin's second term covers the roundings of the product and sum here and in the
     // reference, and std::pow's error below one unit.
-    const D4 relative = PowRelativeError(c.gamma, lnx[j], t[j]);
+    const D4 relative = PowRelativeError<kShortLog, kShortExp>(c.gamma, lnx[j], t[j]);
     const D4 margin = Abs(scaled) * relative + (Abs(scaled) + Splat(std::fabs(c.bottom))) * Splat(0x1p-50);
     const F4 lo = __builtin_convertvector(y - margin, F4), hi = __builtin_convertvector(y + margin, F4);
     const Vec4f::Mask same = lo == hi;

@@ -16,11 +16,15 @@ using MaskOf = decltype(D{} < D{});
 
 template <class D = D4>
 inline D Splat(double s) {
-  return D{} + s;
+  D v;
+  for (int i = 0; i < int(sizeof(D) / sizeof(double)); ++i) v[i] = s;
+  return v;
 }
 template <class D = D4>
 inline MaskOf<D> SplatInt(long long s) {
-  return MaskOf<D>{} + s;
+  MaskOf<D> v;
+  for (int i = 0; i < int(sizeof(D) / sizeof(double)); ++i) v[i] = s;
+  return v;
 }
 template <class D>
 inline D Abs(D v) {
@@ -40,10 +44,10 @@ constexpr double kRoundShifter = 0x1.8p52;
 /// Largest |t| Exp() takes: e^t stays a normal double.
 constexpr double kMaxExponent = 700.0;
 
-// Series coefficients: 1/(2k + 1) for the logarithm, 1/i! for the exponential. The series
-// run until their truncation is far below a unit of the result (2.5e-19 absolute for the
-// logarithm, 2e-20 relative for the exponential), so that the error bound is that of the
-// roundings alone.
+// Series coefficients: 1/(2k + 1) for the logarithm, 1/i! for the exponential. Callers
+// choose how many terms to take: the full series (the defaults) truncate far below a unit of
+// the result, so that the error bound is that of the roundings alone; shorter ones are faster
+// and their truncation enters the bound.
 constexpr int kLogTerms = 11, kExpTerms = 13;
 struct Coefficients {
   double log[kLogTerms], exp[kExpTerms];
@@ -58,11 +62,32 @@ struct Coefficients {
 };
 inline constexpr Coefficients kSeries;
 
+// The largest |s| of the logarithm's series, (√2 − 1)/(√2 + 1), and |r| of the exponential's,
+// ¼ ln 2, each rounded up.
+constexpr double kMaxS = 0.17158, kMaxR = 0.17330;
+
+/// Absolute error of ln m from stopping its series after `terms` terms: the first term left
+/// out, 2·s^(2·terms + 1)/(2·terms + 1), and the geometric tail after it.
+constexpr double LogTruncation(int terms) {
+  double power = kMaxS;
+  for (int k = 0; k < terms; ++k) power *= kMaxS * kMaxS;
+  return 2 * power / (2 * terms + 1) / (1 - kMaxS * kMaxS);
+}
+
+/// Relative error of e^r from stopping its series after `terms` terms: r^terms/terms! and
+/// the tail after it (below a quarter of it).
+constexpr double ExpTruncation(int terms) {
+  double term = 1.0;
+  for (int i = 1; i <= terms; ++i) term *= kMaxR / i;
+  return term * 1.25;
+}
+
 /// ln x for N vectors of positive normal x: x = 2^e·m with m in [√½, √2), ln m = 2 atanh(s),
-/// s = (m−1)/(m+1), |s| ≤ 0.1716, by its series to s^21. Its error is below
-/// 2^-53·(|ln x| + 2.1): s and s² carry two and five roundings, the series two, ln m five. Other x give meaningless lanes; callers mask them. The N vectors are evaluated
+/// s = (m−1)/(m+1), |s| ≤ 0.1716, by the first Terms terms of its series. Its error is below
+/// 2^-53·(|ln x| + 2.1) from roundings (s and s² carry two and five, the series two, ln m
+/// five) plus LogTruncation(Terms). Other x give meaningless lanes; callers mask them. The N vectors are evaluated
 /// side by side so that their polynomial chains overlap.
-template <class D, int N>
+template <int Terms = kLogTerms, class D, int N>
 inline void Log(const D (&x)[N], D (&out)[N]) {
   using L = MaskOf<D>;
   D e[N], s[N], z[N], p[N];
@@ -77,9 +102,9 @@ inline void Log(const D (&x)[N], D (&out)[N]) {
     e[j] = big ? e[j] + Splat<D>(1.0) : e[j];
     s[j] = (m - Splat<D>(1.0)) / (m + Splat<D>(1.0));
     z[j] = s[j] * s[j];
-    p[j] = Splat<D>(kSeries.log[kLogTerms - 1]);
+    p[j] = Splat<D>(kSeries.log[Terms - 1]);
   }
-  for (int k = kLogTerms - 2; k >= 0; --k)
+  for (int k = Terms - 2; k >= 0; --k)
     for (int j = 0; j < N; ++j) p[j] = p[j] * z[j] + Splat<D>(kSeries.log[k]);
   for (int j = 0; j < N; ++j) {
     const D lnm = Splat<D>(2.0) * s[j] * p[j];
@@ -88,10 +113,10 @@ inline void Log(const D (&x)[N], D (&out)[N]) {
 }
 
 /// e^t for N vectors with |t| ≤ kMaxExponent: t = k·½ ln 2 + r, |r| ≤ ¼ ln 2, e^r by its
-/// series to r^12, times 2^(k/2): 2^⌊k/2⌋ built in the exponent bits, and √2 for odd k.
-/// Its relative error is below 2^-53·4.2: r exact but for one rounding, the series
-/// below two units, √2 and the product one each.
-template <class D, int N>
+/// series' first Terms terms, times 2^(k/2): 2^⌊k/2⌋ built in the exponent bits, and √2 for
+/// odd k. Its relative error is below 2^-53·4.2 from roundings (r exact but for one, the
+/// series below two units, √2 and the product one each) plus ExpTruncation(Terms).
+template <int Terms = kExpTerms, class D, int N>
 inline void Exp(const D (&t)[N], D (&out)[N]) {
   using L = MaskOf<D>;
   D r[N], p[N];
@@ -101,9 +126,9 @@ inline void Exp(const D (&t)[N], D (&out)[N]) {
     const D k = shifted - Splat<D>(kRoundShifter);
     kInt[j] = (L)shifted - (L)Splat<D>(kRoundShifter);
     r[j] = (t[j] - k * Splat<D>(kHalfLn2Hi)) - k * Splat<D>(kHalfLn2Lo);
-    p[j] = Splat<D>(kSeries.exp[kExpTerms - 1]);
+    p[j] = Splat<D>(kSeries.exp[Terms - 1]);
   }
-  for (int i = kExpTerms - 2; i >= 0; --i)
+  for (int i = Terms - 2; i >= 0; --i)
     for (int j = 0; j < N; ++j) p[j] = p[j] * r[j] + Splat<D>(kSeries.exp[i]);
   for (int j = 0; j < N; ++j) {
     const D half = (kInt[j] & SplatInt<D>(1)) != SplatInt<D>(0) ? Splat<D>(kSqrt2) : Splat<D>(1.0);
@@ -111,14 +136,16 @@ inline void Exp(const D (&t)[N], D (&out)[N]) {
   }
 }
 
-/// Relative error bound of Exp(c · Log(x)) against x^c, given ln x and t = c·ln x as
-/// computed: below 2^-53·(|c|·(|ln x| + 2.1) + |t| + 4.2) from the logarithm carried through c,
-/// the product t and the exponential, taken four times over; the |c|·6 also covers a few
-/// roundings in x itself. The last term is the series' truncation.
-template <class D>
+/// Relative error bound of Exp<ExpTerms>(c · Log<LogTerms>(x)) against x^c, given ln x and
+/// t = c·ln x as computed: the roundings, below 2^-53·(|c|·(|ln x| + 2.1) + |t| + 4.2) from
+/// the logarithm carried through c, the product t and the exponential, and the truncations,
+/// |c|·LogTruncation + ExpTruncation; all taken four times over. The |c|·6 also covers a few
+/// roundings in x itself.
+template <int LogTerms = kLogTerms, int ExpTerms = kExpTerms, class D>
 inline D PowRelativeError(double c, const D& lnx, const D& t) {
   const double absC = c < 0 ? -c : c;
-  return (absC * (6.0 + Abs(lnx)) + Abs(t) + 6.0) * 0x1p-51 + (absC + 1.0) * 0x1p-60;
+  constexpr double kTruncation = 4 * ExpTruncation(ExpTerms);
+  return (absC * (6.0 + Abs(lnx)) + Abs(t) + 6.0) * 0x1p-51 + (absC * (4 * LogTruncation(LogTerms)) + kTruncation);
 }
 
 }  // namespace qrn::vmath
