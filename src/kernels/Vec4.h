@@ -127,6 +127,17 @@ __attribute__((target("avx"))) inline bool AllLanes(const Vec8f::Mask& mask) {
 }
 #endif
 
+/// out = the correctly rounded square roots of the four lanes of q, as std::sqrt gives them
+/// (two 128-bit instructions on x86-64).
+inline void SqrtLanes(const Vec4d::Raw& q, Vec4d::Raw& out) {
+#if defined(__x86_64__)
+  const __m128d lo = _mm_sqrt_pd(_mm_set_pd(q[1], q[0])), hi = _mm_sqrt_pd(_mm_set_pd(q[3], q[2]));
+  out = Vec4d::Raw{lo[0], lo[1], hi[0], hi[1]};
+#else
+  for (int i = 0; i < 4; ++i) out[i] = __builtin_sqrt(q[i]);
+#endif
+}
+
 /// out[i] = table[idx[i]] for the eight lanes, with out aligned for StoreStream when
 /// kStream; every index must lie inside the table. One gather instruction where the
 /// processor has it.

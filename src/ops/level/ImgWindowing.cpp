@@ -1,16 +1,21 @@
 // Windowing: a radial taper about the image centre, as used before a Fourier transform.
 #include "ops/level/ImgWindowing.h"
 
+#include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <numbers>
 #include <vector>
 
 #include "kernels/Vec4.h"
+#include "kernels/VecCos.h"
 #include "ops/level/ToneRows.h"
 
 using namespace qrn::level;
 
 namespace {
+
+using namespace qrn::vmath;
 
 // The taper's weight at offsets dx, dy from the centre.
 inline double Weight(double dx, double dy, double radius) {
@@ -18,20 +23,119 @@ inline double Weight(double dx, double dy, double radius) {
   return r < radius ? 0.5 * std::cos(std::numbers::pi * r / radius) + 0.5 : 0.0;
 }
 
-// The weights of a row dy from the centre into weight[0, w). A column left of the centre has
-// the weight of its mirror 2·cx − x: both offsets are exact and opposite, so their distances
-// are the same bit for bit, and only the columns from the centre rightwards take a cosine.
-void TaperRow(int w, int cx, double dy, double radius, double* weight) {
-  for (int x = cx; x < w; ++x) weight[x] = Weight(x - cx, dy, radius);
-  for (int x = 0; x < cx; ++x) weight[x] = 2 * cx - x < w ? weight[2 * cx - x] : Weight(x - cx, dy, radius);
+// One row's taper: dy from the centre column cx. Columns [inside, insideEnd) lie within the
+// radius; their weights come from the vector cosine and differ from Weight()'s by a few
+// units, so each product is checked before it is stored. The others weigh exactly 0.
+struct RowTaper {
+  int cx;
+  double dy, radius;
+  int inside, insideEnd;
+};
+
+// Bound on the distance of s·weight from the product with Weight()'s weight, per unit of
+// |s|: half of the cosine's error, std::cos's unit and the slope (at most 1) times the
+// difference in u, which the vector path takes as r·(π/radius), so up to two units of u
+// (below 2^-51 each) from (π·r)/radius; then the weight's two roundings and the product's
+// two; all taken four times over.
+constexpr double kProductError = 4 * (0.5 * (kCosError + 0x1p-53 + 2 * 0x1p-51) + 0x1p-53 + 0x1p-52);
+
+// The first column offset at or beyond the radius: the distance grows with |dx|, so a
+// binary search over the exact distances finds it.
+int OutsideOffset(int maxOffset, double dy, double radius) {
+  int lo = 0, hi = maxOffset;  // the answer lies in [lo, hi]
+  while (lo < hi) {
+    const int mid = lo + (hi - lo) / 2;
+    if (std::sqrt(double(mid) * mid + dy * dy) < radius) lo = mid + 1;
+    else hi = mid;
+  }
+  return lo;
 }
 
-// d = s · weight in double, stored as float.
-void ApplyRow(const float* s, const double* weight, float* d, int w) {
-  for (int x = 0; x < w; ++x) d[x] = static_cast<float>(s[x] * weight[x]);
+// Columns taken together in RightHalf: four vectors whose long chains of dependent steps
+// (root, polynomial) overlap.
+constexpr int kGroup = 4;
+
+// The weights of the columns from the centre rightwards, kGroup vectors of four at a time
+// through the vector cosine; the last few through Weight().
+void RightHalf(int w, const RowTaper& t, double* weight) {
+  int x = t.cx;
+  const D4 dy = Splat(t.dy), radius = Splat(t.radius), piOverRadius = Splat(std::numbers::pi / t.radius);
+  for (; x + 4 * kGroup <= w; x += 4 * kGroup) {
+    D4 r[kGroup], u[kGroup], c[kGroup];
+    for (int j = 0; j < kGroup; ++j) {
+      const double dx0 = x + 4 * j - t.cx;
+      const D4 dx = D4{dx0, dx0 + 1, dx0 + 2, dx0 + 3};
+      SqrtLanes(dx * dx + dy * dy, r[j]);
+      u[j] = r[j] * piOverRadius;
+    }
+    Cos(u, c);
+    for (int j = 0; j < kGroup; ++j) {
+      const D4 taper = Splat(0.5) * c[j] + Splat(0.5);
+      const D4 result = r[j] < radius ? taper : Splat(0.0);
+      std::memcpy(weight + x + 4 * j, &result, sizeof result);
+    }
+  }
+  for (; x < w; ++x) weight[x] = Weight(x - t.cx, t.dy, t.radius);
 }
 
-QRN_WIDE_TARGET void ApplyRowWide(const float* s, const double* weight, float* d, int w) { ApplyRow(s, weight, d, w); }
+// The weights of a row into weight[0, w). A column left of the centre has the weight of its
+// mirror 2·cx − x: both offsets are exact and opposite, so their distances are the same bit
+// for bit, and only the columns from the centre rightwards take a cosine.
+void TaperRow(int w, const RowTaper& t, double* weight) {
+  RightHalf(w, t, weight);
+  const int cx = t.cx;
+  // Columns whose mirror lies beyond the row (column 0 of an even width) take their own.
+  const int firstMirrored = std::max(0, 2 * cx - w + 1);
+  for (int x = 0; x < firstMirrored; ++x) weight[x] = Weight(x - cx, t.dy, t.radius);
+  int x = firstMirrored;
+  for (; x + 4 <= cx; x += 4) {
+    D4 mirror;
+    std::memcpy(&mirror, weight + 2 * cx - x - 3, sizeof mirror);
+    const D4 reversed = __builtin_shufflevector(mirror, mirror, 3, 2, 1, 0);
+    std::memcpy(weight + x, &reversed, sizeof reversed);
+  }
+  for (; x < cx; ++x) weight[x] = weight[2 * cx - x];
+}
+
+// d = s · weight in double, stored as float, for exact weights.
+void ExactProducts(const float* s, const double* weight, float* d, int from, int to) {
+  for (int x = from; x < to; ++x) d[x] = static_cast<float>(s[x] * weight[x]);
+}
+
+// The same for the vector weights: a product whose float the bound cannot decide is
+// recomputed with Weight().
+void CheckedProducts(const float* s, const double* weight, float* d, const RowTaper& t) {
+  int x = t.inside;
+  for (; x + 4 <= t.insideEnd; x += 4) {
+    Vec4f::Raw in;
+    std::memcpy(&in, s + x, sizeof in);
+    D4 wt;
+    std::memcpy(&wt, weight + x, sizeof wt);
+    const D4 sample = __builtin_convertvector(in, D4);
+    const D4 product = sample * wt, margin = Abs(sample) * kProductError;
+    const Vec4f::Raw lo = __builtin_convertvector(product - margin, Vec4f::Raw);
+    const Vec4f::Raw hi = __builtin_convertvector(product + margin, Vec4f::Raw);
+    // Bits, not values, must agree: +0 and −0 compare equal.
+    const Vec4f::Mask same = (Vec4f::Mask)lo == (Vec4f::Mask)hi;
+    std::memcpy(d + x, &lo, sizeof lo);
+    if (AllLanes(same)) continue;
+    for (int j = 0; j < 4; ++j)
+      if (!same[j]) d[x + j] = static_cast<float>(in[j] * Weight(x + j - t.cx, t.dy, t.radius));
+  }
+  for (; x < t.insideEnd; ++x) d[x] = static_cast<float>(s[x] * Weight(x - t.cx, t.dy, t.radius));
+}
+
+void ApplyRow(const float* s, const double* weight, float* d, int w, const RowTaper& t) {
+  ExactProducts(s, weight, d, 0, t.inside);
+  CheckedProducts(s, weight, d, t);
+  ExactProducts(s, weight, d, t.insideEnd, w);
+}
+
+QRN_WIDE_TARGET void TaperRowWide(int w, const RowTaper& t, double* weight) { TaperRow(w, t, weight); }
+
+QRN_WIDE_TARGET void ApplyRowWide(const float* s, const double* weight, float* d, int w, const RowTaper& t) {
+  ApplyRow(s, weight, d, w, t);
+}
 
 }  // namespace
 
@@ -45,8 +149,16 @@ int CImgWindowing::Do(int type, double radius, COrbImage* src, int progress) {
   CLineLoop(*this).Run(0, h > 0 ? cy + 1 : 0, [&](int y) {
     thread_local std::vector<double> weight;
     weight.resize(static_cast<std::size_t>(w));
-    if (type == 0) TaperRow(w, cx, y - cy, radius, weight.data());
-    else std::fill(weight.begin(), weight.end(), 1.0);
+    RowTaper taper{cx, double(y - cy), radius, 0, 0};
+    if (type == 0) {
+      const int outside = OutsideOffset(w - cx, taper.dy, radius);
+      taper.inside = std::max(0, cx - outside + 1);
+      taper.insideEnd = std::max(taper.inside, cx + outside);
+      if (wide) TaperRowWide(w, taper, weight.data());
+      else TaperRow(w, taper, weight.data());
+    } else {
+      std::fill(weight.begin(), weight.end(), 1.0);
+    }
     const int mirror = 2 * cy - y;
     const int rows = mirror != y && mirror < h ? 2 : 1;
     for (int i = 0; i < rows; ++i) {
@@ -55,8 +167,8 @@ int CImgWindowing::Do(int type, double radius, COrbImage* src, int progress) {
       for (int p = 0; p < planes; ++p) {
         const float* s = src->GetImageAdr(0, line, p);
         float* d = GetImageAdr(0, line, p, 0);
-        if (wide) ApplyRowWide(s, weight.data(), d, w);
-        else ApplyRow(s, weight.data(), d, w);
+        if (wide) ApplyRowWide(s, weight.data(), d, w, taper);
+        else ApplyRow(s, weight.data(), d, w, taper);
       }
     }
     // The loop reports one unit per pass; the others of these rows and planes follow here.

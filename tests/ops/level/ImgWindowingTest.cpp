@@ -34,6 +34,11 @@ TEST(ImgWindowing, OtherTypesCopyAndBadRadiusZeroes) {
   EXPECT_TRUE(leveltest::BitEqual(flat, *src));
   EXPECT_EQ(static_cast<CImgWindowing&>(zero).Do(0, -1.0, src.get(), 0), 1);
   for (int x = 0; x < 3; ++x) EXPECT_EQ(zero.GetPixelGrayRaw(x, 1, 0), 0.0f);
+  // A radius so small that π/radius overflows still keeps the centre, and only it.
+  auto wide = Make(40, 3, 1, 0, 1, [](int x, int, int) { return x + 1; });
+  COrbImage dot(*wide);
+  static_cast<CImgWindowing&>(dot).Do(0, 1e-320, wide.get(), 0);
+  for (int x = 0; x < 40; ++x) EXPECT_EQ(dot.GetPixelGrayRaw(x, 1, 0), x == 20 ? 21.0f : 0.0f) << x;
 }
 
 TEST(ImgWindowing, EverySampleIsItsOwnWeightTimesTheSource) {
@@ -43,10 +48,12 @@ TEST(ImgWindowing, EverySampleIsItsOwnWeightTimesTheSource) {
   struct Size {
     int w, h;
   };
-  for (Size size : {Size{9, 7}, Size{10, 8}, Size{1, 1}, Size{37, 2}}) {
-    auto src = Make(size.w, size.h, 3, 0, 1, [](int x, int y, int p) { return 100.0 + x * 3.7 - y * 1.3 + p; });
+  for (Size size : {Size{9, 7}, Size{10, 8}, Size{1, 1}, Size{37, 2}, Size{301, 202}}) {
+    // Samples of every magnitude and sign, so that products land anywhere between floats.
+    auto src = Make(size.w, size.h, 3, 0, 1,
+                    [](int x, int y, int p) { return std::sin(x * 12.9898 + y * 78.233 + p) * 43758.5453 / (1 + x % 7); });
     const int cx = size.w / 2, cy = size.h / 2;
-    for (double radius : {3.3, 40.0}) {
+    for (double radius : {3.3, 40.0, 150.0, 180.5}) {
       for (int wide : {1, 0}) {
         qrn::simd::SetWideVectors(wide);
         COrbImage dst(*src), inPlace(*src);

@@ -1,0 +1,54 @@
+// Vectorised cosine in double with a known error bound, for row functions that decide their
+// float results against that bound and fall back to std::cos.
+#pragma once
+
+#include "kernels/VecLogExp.h"
+
+namespace qrn::vmath {
+
+/// Bound on |Cos(u) − cos u| for 0 ≤ u ≤ 4, absolute.
+constexpr double kCosError = 0x1p-51;
+
+/// cos u for N vectors with 0 ≤ u ≤ 4, side by side so that their polynomial chains
+/// overlap; other lanes give meaningless values. u = k·π/2 + v with k = round(u·2/π) ≤ 3
+/// and |v| ≤ π/4: π/2 is split into a 33-bit head, whose multiples by k are exact, and a
+/// tail, so v carries one rounding. sin v and cos v come from minimax polynomials of degree
+/// 13 and 14 (their own error below 2^-58), and the quadrant picks ±sin v or ±cos v. The
+/// roundings of v and of the polynomials' last sums stay below kCosError.
+template <class D, int N>
+inline void Cos(const D (&u)[N], D (&out)[N]) {
+  using L = MaskOf<D>;
+  constexpr double kTwoOverPi = 6.36619772367581382433e-01;
+  constexpr double kHalfPiHead = 1.57079632673412561417e+00, kHalfPiTail = 6.07710050650619224932e-11;
+  constexpr double kSin[] = {-1.66666666666666324348e-01, 8.33333333332248946124e-03,  -1.98412698298579493134e-04,
+                             2.75573137070700676789e-06,  -2.50507602534068634195e-08, 1.58969099521155010221e-10};
+  constexpr double kCos[] = {4.16666666666666019037e-02,  -1.38888888888741095749e-03, 2.48015872894767294178e-05,
+                             -2.75573143513906633035e-07, 2.08757232129817482790e-09,  -1.13596475577881948265e-11};
+  constexpr int kTerms = 6;
+  D v[N], z[N], sinTail[N], cosTail[N];
+  L quadrant[N];
+  for (int j = 0; j < N; ++j) {
+    const D shifted = u[j] * Splat<D>(kTwoOverPi) + Splat<D>(kRoundShifter);
+    const D k = shifted - Splat<D>(kRoundShifter);
+    quadrant[j] = ((L)shifted - (L)Splat<D>(kRoundShifter)) & SplatInt<D>(3);
+    v[j] = (u[j] - k * Splat<D>(kHalfPiHead)) - k * Splat<D>(kHalfPiTail);
+    z[j] = v[j] * v[j];
+    sinTail[j] = Splat<D>(kSin[kTerms - 1]);
+    cosTail[j] = Splat<D>(kCos[kTerms - 1]);
+  }
+  for (int i = kTerms - 2; i >= 0; --i)
+    for (int j = 0; j < N; ++j) {
+      sinTail[j] = sinTail[j] * z[j] + Splat<D>(kSin[i]);
+      cosTail[j] = cosTail[j] * z[j] + Splat<D>(kCos[i]);
+    }
+  for (int j = 0; j < N; ++j) {
+    const D sinV = v[j] + v[j] * z[j] * sinTail[j];
+    const D cosV = (Splat<D>(1.0) - Splat<D>(0.5) * z[j]) + z[j] * z[j] * cosTail[j];
+    // Quadrants 0..3: cos v, −sin v, −cos v, sin v.
+    const D magnitude = (quadrant[j] & SplatInt<D>(1)) != SplatInt<D>(0) ? sinV : cosV;
+    const L negative = (quadrant[j] == SplatInt<D>(1)) | (quadrant[j] == SplatInt<D>(2));
+    out[j] = negative ? -magnitude : magnitude;
+  }
+}
+
+}  // namespace qrn::vmath
