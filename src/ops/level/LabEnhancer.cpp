@@ -92,15 +92,17 @@ inline void Pow(const Bounded (&x)[N], double c, Bounded (&out)[N], Mask (&usabl
   }
 }
 
-// The colour model's gamma factor: m^c from the floor up, 1 below it.
-inline Bounded GammaFactor(const Bounded& m, double c, Mask& ok) {
-  const Bounded in[1] = {m};
-  Bounded power[1];
-  Mask usable[1];
-  Pow(in, c, power, usable);
-  const Mask above = m.v >= CColor::kGammaFloor;
-  ok &= Clear(m, CColor::kGammaFloor) & (usable[0] | ~above);
-  return Select(above, power[0], Exact(Splat<D4>(1.0)));
+// The colour model's gamma factors of N vectors: m^c from the floor up, 1 below it.
+template <int N>
+inline void GammaFactors(const Bounded (&m)[N], double c, Bounded (&f)[N], Mask* ok) {
+  Bounded power[N];
+  Mask usable[N];
+  Pow(m, c, power, usable);
+  for (int j = 0; j < N; ++j) {
+    const Mask above = m[j].v >= CColor::kGammaFloor;
+    ok[j] &= Clear(m[j], CColor::kGammaFloor) & (usable[j] | ~above);
+    f[j] = Select(above, power[j], Exact(Splat<D4>(1.0)));
+  }
 }
 
 // The L*a*b* companding of t given its cube root: the root above epsilon, the linear
@@ -127,15 +129,16 @@ struct Lab {
   Bounded l, a, b;
 };
 
-Lab RgbToLab(const Bounded (&c)[3], Mask& ok) {
-  const Bounded f = GammaFactor((c[0] + c[1] + c[2]) / 3.0, CColor::kGamma, ok);
+// x, y and z (divided by the white) of one quad's colours, given their gamma factor.
+void Tristimulus(const Bounded (&c)[3], const Bounded& f, Bounded* xyz) {
   const Bounded r = f * c[0], g = f * c[1], b = f * c[2];
-  const Bounded xyz[3] = {(2.7689 * r + 1.7517 * g + 1.1302 * b) / CColor::kWhite,
-                          (r + 4.5907 * g + 0.0601 * b) / CColor::kWhite,
-                          (0.0565 * g + 5.5943 * b) / CColor::kWhite};
-  Bounded root[3];
-  Mask rootUsable[3];
-  Pow(xyz, 1.0 / 3.0, root, rootUsable);
+  xyz[0] = (2.7689 * r + 1.7517 * g + 1.1302 * b) / CColor::kWhite;
+  xyz[1] = (r + 4.5907 * g + 0.0601 * b) / CColor::kWhite;
+  xyz[2] = (0.0565 * g + 5.5943 * b) / CColor::kWhite;
+}
+
+// L*a*b* of one quad from its x, y, z and their cube roots.
+Lab LabFromRoots(const Bounded* xyz, const Bounded* root, const Mask* rootUsable, Mask& ok) {
   const Bounded fx = Compand(xyz[0], root[0], rootUsable[0], ok);
   const Bounded fy = Compand(xyz[1], root[1], rootUsable[1], ok);
   const Bounded fz = Compand(xyz[2], root[2], rootUsable[2], ok);
@@ -159,74 +162,100 @@ void LightnessToY(const Bounded& l, Bounded& y, Bounded& fy, Mask& ok) {
   fy = Select(rooted, root, CColor::kLinearFactor * y + CColor::kOffset);
 }
 
-// XyzToRgb: blue, green, red solved in that order, clipped, then the inverse gamma.
-void XyzToRgb(const Bounded& x, const Bounded& y, const Bounded& z, Bounded (&rgb)[3], Mask& ok) {
+// LabToRgb up to the inverse gamma: x, y, z from L*a*b*, then blue, green, red solved in that
+// order and clipped.
+void LinearRgb(const Mapping& mp, const Lab& lab, Bounded (&rgb)[3], Mask& ok) {
+  Bounded y, fy;
+  LightnessToY(lab.l, y, fy, ok);
+  const Bounded x = Expand(lab.a / 500.0 + fy, mp.expandThreshold, ok) * CColor::kWhite;
+  const Bounded z = Expand(fy - lab.b / 200.0, mp.expandThreshold, ok) * CColor::kWhite;
+  y = y * CColor::kWhite;
   const Bounded bl = ((x - 2.7689 * y) * 0.0565 - z * CColor::kSolveFactor) / CColor::kSolveDivisor;
   const Bounded gr = (z - 5.5943 * bl) / 0.0565;
   const Bounded rd = y - 4.5907 * gr - 0.0601 * bl;
-  const Bounded clipped[3] = {ClipNegative(rd), ClipNegative(gr), ClipNegative(bl)};
-  const Bounded f = GammaFactor((clipped[0] + clipped[1] + clipped[2]) / 3.0, CColor::kGammaInverse, ok);
-  for (int k = 0; k < 3; ++k) rgb[k] = clipped[k] * f;
+  rgb[0] = ClipNegative(rd);
+  rgb[1] = ClipNegative(gr);
+  rgb[2] = ClipNegative(bl);
 }
 
-void LabToRgb(const Mapping& mp, const Lab& lab, Bounded (&rgb)[3], Mask& ok) {
-  Bounded y, fy;
-  LightnessToY(lab.l, y, fy, ok);
-  const Bounded x = Expand(lab.a / 500.0 + fy, mp.expandThreshold, ok);
-  const Bounded z = Expand(fy - lab.b / 200.0, mp.expandThreshold, ok);
-  XyzToRgb(x * CColor::kWhite, y * CColor::kWhite, z * CColor::kWhite, rgb, ok);
+// Quads taken together: each stage runs over all of them before the next, so that their
+// long chains of dependent steps (three powers in a row) overlap.
+constexpr int kQuads = 2;
+constexpr int kGroupPixels = kLanes * kQuads;
+
+// kQuads quads of pixels from x on: out receives the float results, and ok marks the lanes
+// whose results are sure to equal the reference's.
+void Group(const Mapping& mp, const float* const* in, int x, F4 (&out)[kQuads][3], Mask (&ok)[kQuads]) {
+  Bounded rgb[kQuads][3], mean[kQuads], f[kQuads];
+  for (int q = 0; q < kQuads; ++q) {
+    ok[q] = SplatInt<D4>(-1);
+    for (int k = 0; k < 3; ++k) {
+      F4 s;
+      std::memcpy(&s, in[k] + x + kLanes * q, sizeof s);
+      rgb[q][k] = Exact((__builtin_convertvector(s, D4) - mp.levels.srcMin[k]) * mp.levels.srcScale[k]);
+    }
+    mean[q] = (rgb[q][0] + rgb[q][1] + rgb[q][2]) / 3.0;
+  }
+  // RgbToLab.
+  GammaFactors(mean, CColor::kGamma, f, ok);
+  Bounded xyz[3 * kQuads], root[3 * kQuads];
+  Mask rootUsable[3 * kQuads];
+  for (int q = 0; q < kQuads; ++q) Tristimulus(rgb[q], f[q], xyz + 3 * q);
+  Pow(xyz, 1.0 / 3.0, root, rootUsable);
+  for (int q = 0; q < kQuads; ++q) {
+    Lab lab = LabFromRoots(xyz + 3 * q, root + 3 * q, rootUsable + 3 * q, ok[q]);
+    // The chroma turned, scaled and shifted.
+    const Bounded a = lab.a, b = lab.b;
+    lab.a = a * mp.cs - b * mp.sn + mp.aShift;
+    lab.b = a * mp.sn + b * mp.cs + mp.bShift;
+    // LabToRgb.
+    LinearRgb(mp, lab, rgb[q], ok[q]);
+    mean[q] = (rgb[q][0] + rgb[q][1] + rgb[q][2]) / 3.0;
+  }
+  GammaFactors(mean, CColor::kGammaInverse, f, ok);
+  for (int q = 0; q < kQuads; ++q)
+    for (int k = 0; k < 3; ++k) {
+      const Bounded o = rgb[q][k] * f[q] * mp.levels.dstScale[k] + mp.levels.dstMin[k];
+      // Twice the bound: the roundings of the bound itself and the terms of second order.
+      const D4 margin = 2.0 * o.d;
+      const F4 lo = __builtin_convertvector(o.v - margin, F4), hi = __builtin_convertvector(o.v + margin, F4);
+      // Bits, not values, must agree: +0 and -0 compare equal.
+      ok[q] &= __builtin_convertvector((I4)lo == (I4)hi, Mask);
+      out[q][k] = lo;
+    }
 }
 
-// Four pixels from x on: out receives the float results, and the mask returned marks the
-// lanes whose results are sure to equal the reference's.
-Mask Quad(const Mapping& mp, const float* const* in, int x, F4 (&out)[3]) {
-  Mask ok = SplatInt<D4>(-1);
-  Bounded rgb[3];
-  for (int k = 0; k < 3; ++k) {
-    F4 s;
-    std::memcpy(&s, in[k] + x, sizeof s);
-    rgb[k] = Exact((__builtin_convertvector(s, D4) - mp.levels.srcMin[k]) * mp.levels.srcScale[k]);
+// One quad's results into out at x; the lanes not in ok through the reference, from the
+// pixels saved in `pixels` (the rows may be the same).
+int StoreQuad(const CLabEnhancer& exact, const F4 (&res)[3], const Mask& ok, const float (&pixels)[kLanes][3],
+              float* const* out, int x) {
+  for (int k = 0; k < 3; ++k) std::memcpy(out[k] + x, &res[k], sizeof res[k]);
+  if (AllSet(ok)) return 0;
+  int fallbacks = 0;
+  for (int j = 0; j < kLanes; ++j) {
+    if (ok[j] != 0) continue;
+    float pixel[3];
+    exact.Pixel(pixels[j], pixel);
+    for (int k = 0; k < 3; ++k) out[k][x + j] = pixel[k];
+    ++fallbacks;
   }
-  Lab lab = RgbToLab(rgb, ok);
-  const Bounded a = lab.a, b = lab.b;
-  lab.a = a * mp.cs - b * mp.sn + mp.aShift;
-  lab.b = a * mp.sn + b * mp.cs + mp.bShift;
-  LabToRgb(mp, lab, rgb, ok);
-  for (int k = 0; k < 3; ++k) {
-    const Bounded o = rgb[k] * mp.levels.dstScale[k] + mp.levels.dstMin[k];
-    // Twice the bound: the roundings of the bound itself and the terms of second order.
-    const D4 margin = 2.0 * o.d;
-    const F4 lo = __builtin_convertvector(o.v - margin, F4), hi = __builtin_convertvector(o.v + margin, F4);
-    // Bits, not values, must agree: +0 and -0 compare equal.
-    ok &= __builtin_convertvector((I4)lo == (I4)hi, Mask);
-    out[k] = lo;
-  }
-  return ok;
+  return fallbacks;
 }
 
 int RowWith(const Mapping& mp, const CLabEnhancer& exact, const float* const* in, float* const* out, int n) {
   int fallbacks = 0;
   int x = 0;
-  for (; x + kLanes <= n; x += kLanes) {
-    F4 res[3];
-    const Mask ok = Quad(mp, in, x, res);
-    if (AllSet(ok)) {
-      for (int k = 0; k < 3; ++k) std::memcpy(out[k] + x, &res[k], sizeof res[k]);
-      continue;
-    }
-    // The reference reads its pixels before this quad is stored: the rows may be the same.
-    long long lanes[kLanes];
-    std::memcpy(lanes, &ok, sizeof lanes);
-    float pixels[kLanes][3];
-    for (int j = 0; j < kLanes; ++j)
-      for (int k = 0; k < 3; ++k) pixels[j][k] = in[k][x + j];
-    for (int k = 0; k < 3; ++k) std::memcpy(out[k] + x, &res[k], sizeof res[k]);
-    for (int j = 0; j < kLanes; ++j) {
-      if (lanes[j] != 0) continue;
-      float pixel[3];
-      exact.Pixel(pixels[j], pixel);
-      for (int k = 0; k < 3; ++k) out[k][x + j] = pixel[k];
-      ++fallbacks;
+  for (; x + kGroupPixels <= n; x += kGroupPixels) {
+    F4 res[kQuads][3];
+    Mask ok[kQuads];
+    Group(mp, in, x, res, ok);
+    for (int q = 0; q < kQuads; ++q) {
+      const int at = x + kLanes * q;
+      float pixels[kLanes][3];
+      if (!AllSet(ok[q]))
+        for (int j = 0; j < kLanes; ++j)
+          for (int k = 0; k < 3; ++k) pixels[j][k] = in[k][at + j];
+      fallbacks += StoreQuad(exact, res[q], ok[q], pixels, out, at);
     }
   }
   for (; x < n; ++x) {
