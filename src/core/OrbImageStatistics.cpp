@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
-#include <thread>
 #include <vector>
 
 #include "core/LineLoop.h"
@@ -21,10 +20,6 @@ namespace {
 
 constexpr int kDefaultHistogramTitle = 6166;
 constexpr int kPreparingTitle = 6169;
-// How far the extremes of CalcMinMax may run ahead of its running sum, in bytes of lines:
-// what the cache nearest both threads holds.
-constexpr int kLeadBytes = 256 * 1024;
-
 // Bin of a value already known to lie in [low, high]: truncation, lowered to the last bin
 // and raised to 0. A NaN or infinite position (zero-width range) lands in bin 0, as the
 // truncation of such a value to the most negative integer would.
@@ -153,30 +148,30 @@ void COrbImage::CalcMinMaxAndMeans(float* rawMeans) {
   std::vector<float> lineMin(static_cast<std::size_t>(h)), lineMax(lineMin.size());
   std::vector<double> lineSums(rawMeans ? lineMin.size() : 0);
   for (int p = 0; p < GetPlanes(); ++p) {
-    // One float sum in line order (its rounding is part of the result) on one thread, while
-    // the others find each line's extremes, and its double sum when the means are asked
-    // for; the extremes are then taken over in line order from the first sample, which gives
+    // One float sum in line order (its rounding is part of the result). The lines are shared
+    // among the threads, each finding a line's extremes (and its double sum when the means
+    // are asked for) and summarising the line's blocks for the float sum as it last stood;
+    // the summaries are then applied in line order, which costs little per block. The
+    // extremes are taken over in line order from the first sample afterwards, which gives
     // what one pass over the samples from that start gives.
-    //
-    // The other threads stay at most `lead` lines ahead of the sum, so that it reads lines
-    // they have just brought into the cache: one thread alone cannot draw the samples from
-    // memory as fast as it adds them.
     CRunningFloatSum sum;
-    std::atomic<int> summed{0};
-    const int lead = std::max(4, kLeadBytes / static_cast<int>(sizeof(float) * w));
-#pragma omp parallel
-    {
-#pragma omp single nowait
-      for (int y = 0; y < h; ++y) {
-        sum.Add(GetImageAdr(0, y, p), w);
-        summed.store(y + 1, std::memory_order_release);
-      }
-#pragma omp for schedule(dynamic, 4)
-      for (int y = 0; y < h; ++y) {
-        while (y - summed.load(std::memory_order_acquire) > lead) std::this_thread::yield();
-        const float* line = GetImageAdr(0, y, p);
-        CRowExtremes::Find(line, w, lineMin[y], lineMax[y]);
-        if (rawMeans) lineSums[y] = SumLine(line, w);
+    std::atomic<float> latest{0.0f};
+    const int blocks = w / CRunningFloatSum::kBlock, tail = blocks * CRunningFloatSum::kBlock;
+#pragma omp parallel for schedule(dynamic, 1) ordered
+    for (int y = 0; y < h; ++y) {
+      const float* line = GetImageAdr(0, y, p);
+      CRowExtremes::Find(line, w, lineMin[y], lineMax[y]);
+      if (rawMeans) lineSums[y] = SumLine(line, w);
+      thread_local std::vector<CRunningFloatSum::BlockSummary> summaries;
+      summaries.resize(static_cast<std::size_t>(blocks));
+      const float guess = latest.load(std::memory_order_relaxed);
+      for (int j = 0; j < blocks; ++j)
+        summaries[j] = CRunningFloatSum::Summarise(line + j * CRunningFloatSum::kBlock, guess);
+#pragma omp ordered
+      {
+        for (int j = 0; j < blocks; ++j) sum.Apply(summaries[j], line + j * CRunningFloatSum::kBlock);
+        sum.Add(line + tail, w - tail);
+        latest.store(sum.Value(), std::memory_order_relaxed);
       }
     }
     float mn = *GetImageAdr(0, 0, p), mx = mn;

@@ -10,7 +10,7 @@
 namespace {
 
 // Samples per block: small enough that Σ|k| stays below 2^23 (each |k| ≤ 2^13).
-constexpr int kBlock = 1024;
+constexpr int kBlock = CRunningFloatSum::kBlock;
 constexpr float kMaxSteps = 8192.0f;  // 2^13: the largest |v/u| a block takes
 // Adding and subtracting 1.5·2^23 rounds a float below 2^22 in magnitude to the nearest
 // integer, ties to even, in the default rounding mode.
@@ -62,7 +62,8 @@ QRN_WIDE_TARGET BlockSteps StepsWide(const float* v, int n, float scale, int* k,
 }
 
 // The sum's grid index after a block with ties: between ties the k add up; a tie rounds to
-// the even one of its two neighbours, which depends on the index it meets.
+// the even one of its two neighbours, which depends on the index it meets. Only the start's
+// parity matters: a start two further on meets every tie with the same parity.
 long long WithTies(long long index, const int* k, const int* tie, int n) {
   for (int i = 0; i < n; ++i) {
     index += k[i];
@@ -71,48 +72,80 @@ long long WithTies(long long index, const int* k, const int* tie, int n) {
   return index;
 }
 
-}  // namespace
-
-void CRunningFloatSum::Add(const float* v, int n) {
-  int i = 0;
-  while (i < n) {
-    const int m = std::min(kBlock, n - i);
-    if (m == kBlock && AddBlock(v + i, m)) {
-      i += m;
-      continue;
-    }
-    float s = m_sum;
-    for (int j = 0; j < m; ++j) s += v[i + j];
-    m_sum = s;
-    i += m;
-  }
-}
-
-bool CRunningFloatSum::AddBlock(const float* v, int n) {
-  const float s = m_sum;
+// The power-of-two range [low, high) holding s and its float spacing u; false for tiny and
+// non-finite sums, which go the plain way (1/u must be a float, and the samples must be
+// small against the sum).
+bool RangeOf(float s, float& low, float& high, float& u) {
   const float magnitude = std::fabs(s);
-  // The power-of-two range [low, high) holding the sum and its float spacing u; tiny and
-  // non-finite sums go the plain way (1/u must be a float, and the samples must be small
-  // against the sum).
   if (!(magnitude >= 0x1p-60f && magnitude <= 0x1p100f)) return false;
   int e;
   std::frexp(magnitude, &e);  // magnitude = f·2^e with f in [0.5, 1)
-  const float low = std::ldexp(1.0f, e - 1), high = std::ldexp(1.0f, e);
-  const float u = std::ldexp(1.0f, e - 24);
+  low = std::ldexp(1.0f, e - 1);
+  high = std::ldexp(1.0f, e);
+  u = std::ldexp(1.0f, e - 24);
+  return true;
+}
+
+}  // namespace
+
+void CRunningFloatSum::Add(const float* v, int n) {
+  for (int i = 0; i < n; i += kBlock) {
+    const int m = std::min(kBlock, n - i);
+    if (m == kBlock) Apply(Summarise(v + i, m_sum), v + i);
+    else AddOneByOne(v + i, m);
+  }
+}
+
+CRunningFloatSum::BlockSummary CRunningFloatSum::Summarise(const float* v, float guess) {
+  BlockSummary b;
+  float low, high, u;
+  if (!RangeOf(guess, low, high, u)) return b;
+  b.spacing = u;
   int k[kBlock], tie[kBlock];
-  const BlockSteps b =
-      qrn::simd::WideVectors() ? StepsWide(v, n, 1.0f / u, k, tie) : Steps<Vec4f>(v, n, 1.0f / u, k, tie);
-  if (!b.ok) return false;
+  const BlockSteps steps =
+      qrn::simd::WideVectors() ? StepsWide(v, kBlock, 1.0f / u, k, tie) : Steps<Vec4f>(v, kBlock, 1.0f / u, k, tie);
+  if (!steps.ok) return b;
+  b.usable = true;
+  b.absSteps = steps.absSteps;
+  b.ties = steps.ties;
+  if (steps.ties == 0) {
+    b.move[0] = b.move[1] = steps.steps;
+  } else {
+    b.move[0] = WithTies(0, k, tie, kBlock);
+    b.move[1] = WithTies(1, k, tie, kBlock) - 1;
+  }
+  return b;
+}
+
+void CRunningFloatSum::Apply(const BlockSummary& b, const float* v) {
+  if (TryApply(b)) return;
+  // Summarised for another range (the sum has crossed a power of two since the guess): the
+  // block is summarised again for the present one.
+  float low, high, u;
+  if (RangeOf(m_sum, low, high, u) && u != b.spacing && TryApply(Summarise(v, m_sum))) return;
+  AddOneByOne(v, kBlock);
+}
+
+void CRunningFloatSum::AddOneByOne(const float* v, int n) {
+  float s = m_sum;
+  for (int j = 0; j < n; ++j) s += v[j];
+  m_sum = s;
+}
+
+bool CRunningFloatSum::TryApply(const BlockSummary& b) {
+  const float s = m_sum;
+  float low, high, u;
+  if (!b.usable || !RangeOf(s, low, high, u) || u != b.spacing) return false;
   // Every partial sum, and every exact value it was rounded from, lies within
   // u·(Σ|k| + ties + 1) of s; all of them must stay inside the range for the spacing to hold.
+  const double magnitude = std::fabs(double(s));
   const double reach = double(u) * double(b.absSteps + b.ties + 1);
-  if (!(double(magnitude) - reach >= double(low) && double(magnitude) + reach < double(high))) return false;
+  if (!(magnitude - reach >= double(low) && magnitude + reach < double(high))) return false;
   // The sum as a whole number of spacings (its significand, so its parity is that of the
   // float's last bit), moved by the block; the result is on the grid inside the range, so it
   // is a float and these conversions are exact.
   const auto index = static_cast<long long>(double(s) / double(u));
-  const long long end = b.ties == 0 ? index + b.steps : WithTies(index, k, tie, n);
-  m_sum = static_cast<float>(double(end) * double(u));
+  m_sum = static_cast<float>(double(index + b.move[index & 1]) * double(u));
   ++m_fastBlocks;
   return true;
 }

@@ -15,14 +15,38 @@
 /// at a time.
 class CRunningFloatSum {
  public:
+  /// Samples per block.
+  static constexpr int kBlock = 1024;
+
+  /// What a block of kBlock samples adds when the sum lies in the power-of-two range of
+  /// `guess`. It needs no sum, so blocks can be summarised on any thread in any order and
+  /// applied in order afterwards.
+  struct BlockSummary {
+    float spacing = 0.0f;  // u of the guess's range; 0 for a guess out of the fast range
+    bool usable = false;   // the block can be added at once in that range
+    long long absSteps = 0;
+    int ties = 0;
+    long long move[2] = {0, 0};  // what the sum's grid index gains from an even, an odd start
+  };
+
   /// Adds v[0], v[1], …, v[n − 1] in that order.
   void Add(const float* v, int n);
+
+  /// Summarises the block v[0, kBlock) for a sum in the range of guess.
+  static BlockSummary Summarise(const float* v, float guess);
+
+  /// Adds the block v[0, kBlock) summarised by b, exactly as Add() would: at once where b
+  /// was found for the sum's present range and the block cannot leave it, otherwise as Add()
+  /// adds a block.
+  void Apply(const BlockSummary& b, const float* v);
+
   float Value() const { return m_sum; }
   /// Blocks added at once so far, for tests and diagnostics.
   int FastBlocks() const { return m_fastBlocks; }
 
  private:
-  bool AddBlock(const float* v, int n);
+  bool TryApply(const BlockSummary& b);
+  void AddOneByOne(const float* v, int n);
 
   float m_sum = 0.0f;
   int m_fastBlocks = 0;

@@ -90,4 +90,41 @@ TEST(CRunningFloatSum, TiesRangeEdgesSignsAndSpecialsMatchThePlainLoop) {
   }
 }
 
+TEST(CRunningFloatSum, BlocksSummarisedFromStaleGuessesApplyAsThePlainLoop) {
+  // Blocks summarised out of order from the sum as it stood some blocks before (as threads
+  // do that run ahead of the sum), or from no sum at all, then applied in order: the sum must
+  // be the plain loop's, across powers of two, with ties in integer data and with negative
+  // samples, and the summaries must mostly be used as they are.
+  constexpr int kBlock = CRunningFloatSum::kBlock, kBlocks = 600;
+  std::mt19937 rng(21);
+  std::uniform_real_distribution<float> sky(900.0f, 1100.0f), mixed(-3000.0f, 2000.0f);
+  std::vector<float> counts(std::size_t(kBlock) * kBlocks), integers(counts.size()), signs(counts.size());
+  for (std::size_t i = 0; i < counts.size(); ++i) {
+    counts[i] = sky(rng);
+    integers[i] = std::floor(sky(rng));
+    signs[i] = mixed(rng);
+  }
+  const float nan = std::numeric_limits<float>::quiet_NaN();
+  for (const std::vector<float>* v : {&counts, &integers, &signs}) {
+    for (int lag : {1, 3, 40}) {
+      for (int wide : {1, 0}) {
+        qrn::simd::SetWideVectors(wide);
+        CRunningFloatSum sum;
+        std::vector<float> history;  // the sum before each block
+        for (int b = 0; b < kBlocks; ++b) {
+          history.push_back(sum.Value());
+          const float guess = b == 7 ? nan : b < lag ? 0.0f : history[b - lag];
+          const float* block = v->data() + std::size_t(b) * kBlock;
+          sum.Apply(CRunningFloatSum::Summarise(block, guess), block);
+        }
+        EXPECT_TRUE(SameBits(sum.Value(), PlainSum(0.0f, *v))) << "lag " << lag << " wide " << wide;
+        if (v != &signs) {
+          EXPECT_GT(sum.FastBlocks(), kBlocks * 9 / 10) << "lag " << lag;
+        }
+      }
+    }
+  }
+  qrn::simd::SetWideVectors(1);
+}
+
 }  // namespace
