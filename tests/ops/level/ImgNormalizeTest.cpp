@@ -4,6 +4,7 @@
 
 #include <cmath>
 
+#include "kernels/Vec4.h"
 #include "ops/level/LevelTestImages.h"
 
 using leveltest::Make;
@@ -48,6 +49,37 @@ TEST(ImgNormalize, BothReachTheRequestedMomentsOnEveryPlane) {
     EXPECT_NEAR(m, mean[p], 0.02) << p;
     EXPECT_NEAR(s, sigma[p], 0.02) << p;
   }
+}
+
+TEST(ImgNormalize, EverySampleFollowsTheInOrderSumsAndTheTwoSteps) {
+  // Lines long enough for the sums to go by blocks: the moments from double sums taken in
+  // sample order, the shift stored as float, then the scaling about the new mean; bit for bit
+  // on both widths.
+  auto src = leveltest::Noise(2500, 9, 3, 900, 5000, 5);
+  float mean[3] = {100, 2000, -50}, sigma[3] = {10, 300, 1};
+  for (int wide : {1, 0}) {
+    qrn::simd::SetWideVectors(wide);
+    COrbImage dst(*src);
+    static_cast<CImgNormalize&>(dst).Do(src.get(), mean, sigma, 0);
+    for (int p = 0; p < 3; ++p) {
+      double sum = 0, squares = 0;
+      for (int y = 0; y < src->GetHeight(); ++y)
+        for (int x = 0; x < src->GetWidth(); ++x) {
+          const double v = src->GetPixelGrayRaw(x, y, p);
+          sum += v;
+          squares += v * v;
+        }
+      const double count = double(src->GetWidth()) * src->GetHeight(), mu = sum / count;
+      const double factor = sigma[p] / std::sqrt(squares / count - mu * mu);
+      for (int y = 0; y < src->GetHeight(); ++y)
+        for (int x = 0; x < src->GetWidth(); ++x) {
+          const float shifted = static_cast<float>(src->GetPixelGrayRaw(x, y, p) + (mean[p] - mu));
+          const float expected = static_cast<float>((shifted - double(mean[p])) * factor + mean[p]);
+          ASSERT_EQ(dst.GetPixelGrayRaw(x, y, p), expected) << x << "," << y << " plane " << p << " wide " << wide;
+        }
+    }
+  }
+  qrn::simd::SetWideVectors(1);
 }
 
 TEST(ImgNormalize, ConstantPlaneIsShiftedNotScaled) {
