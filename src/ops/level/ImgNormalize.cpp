@@ -3,7 +3,6 @@
 
 #include <cmath>
 
-#include "core/RunningDoubleSum.h"
 #include "kernels/Vec4.h"
 #include "ops/level/ToneRows.h"
 
@@ -54,17 +53,19 @@ void CImgNormalize::Do(COrbImage* src, float* mean, float* sigma, int progress) 
   const double count = static_cast<double>(w) * h;
   ShowProgressInit(progress, 6197, planes * h * (mean && sigma ? 3 : 2));
   for (int p = 0; p < planes; ++p) {
-    // Two double running sums in sample order: the samples, and their squares.
-    CRunningDoubleSum sum, squares;
+    double sum = 0.0, squares = 0.0;
     for (int y = 0; y < h; ++y) {
       const float* s = src->GetImageAdr(0, y, p);
-      sum.Add(s, w);
-      squares.AddSquares(s, w);
+      for (int x = 0; x < w; ++x) {
+        const double v = s[x];
+        sum += v;
+        squares += v * v;
+      }
       ShowProgress(1);
     }
-    const double mu = sum.Value() / count;
+    const double mu = sum / count;
     // Rounding can leave a constant plane's variance slightly negative.
-    const double sd = std::sqrt(std::fmax(squares.Value() / count - mu * mu, 0.0));
+    const double sd = std::sqrt(std::fmax(squares / count - mu * mu, 0.0));
     if (mean) NormalizeAve(src, p, mean[p] - mu);
     if (sigma) {
       const double factor = sd > 0.0 ? sigma[p] / sd : 1.0;
