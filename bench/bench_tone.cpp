@@ -165,6 +165,11 @@ void FalseColor(COrbImage& dst, COrbImage* src) {
   static_cast<CImgFalseColor&>(dst).Do(0, 255, 1, 0, src, nullptr, 0);
 }
 
+// The same with cubehelix, whose colours take a sine and a cosine.
+void FalseColorCubehelix(COrbImage& dst, COrbImage* src) {
+  static_cast<CImgFalseColor&>(dst).Do(0, 255, 5, 0, src, nullptr, 0);
+}
+
 void CvFalseColor(const std::vector<cv::Mat>& src, std::vector<cv::Mat>& dst) {
   cv::Mat bytes;
   src[0].convertTo(bytes, CV_8U, 255.0 / kRange, -kMin * 255.0 / kRange);
@@ -209,6 +214,7 @@ const int kRegistered = [] {
     RegisterCv(colour ? "BM_CvConvertToEqualizeHist/colour" : "BM_CvConvertToEqualizeHist/grey", planes, CvEqualize);
   }
   Register("BM_FalseColor/grey", 1, FalseColor);
+  Register("BM_FalseColorCubehelix/grey", 1, FalseColorCubehelix);
   RegisterCv("BM_CvApplyColorMap/grey", 1, CvFalseColor);
   Register("BM_LabColorEnhance/colour", 3, LabEnhance);
   RegisterCv("BM_CvCvtColorLabAndBack/colour", 3, CvLab);

@@ -6,17 +6,17 @@
 
 namespace qrn::vmath {
 
-/// Bound on |Cos(u) − cos u| for 0 ≤ u ≤ 4, absolute.
+/// Bound on |Cos(u) − cos u| and on the same for SinCos for |u| ≤ 16, absolute.
 constexpr double kCosError = 0x1p-51;
 
-/// cos u for N vectors with 0 ≤ u ≤ 4, side by side so that their polynomial chains
-/// overlap; other lanes give meaningless values. u = k·π/2 + v with k = round(u·2/π) ≤ 3
-/// and |v| ≤ π/4: π/2 is split into a 33-bit head, whose multiples by k are exact, and a
-/// tail, so v carries one rounding. sin v and cos v come from minimax polynomials of degree
-/// 13 and 14 (their own error below 2^-58), and the quadrant picks ±sin v or ±cos v. The
-/// roundings of v and of the polynomials' last sums stay below kCosError.
+/// sin u and cos u for N vectors with |u| ≤ 16, side by side so that their polynomial chains
+/// overlap; other lanes give meaningless values. u = k·π/2 + v with k = round(u·2/π) and
+/// |v| ≤ π/4: π/2 is split into a 33-bit head, whose multiples by k are exact, and a tail,
+/// so v carries one rounding. sin v and cos v come from minimax polynomials of degree 13 and
+/// 14 (their own error below 2^-58), and the quadrant k mod 4 picks ±sin v or ±cos v. The
+/// roundings of v and of the polynomials' last sums stay below kCosError for either result.
 template <class D, int N>
-inline void Cos(const D (&u)[N], D (&out)[N]) {
+inline void SinCos(const D (&u)[N], D (&sinU)[N], D (&cosU)[N]) {
   using L = MaskOf<D>;
   constexpr double kTwoOverPi = 6.36619772367581382433e-01;
   constexpr double kHalfPiHead = 1.57079632673412561417e+00, kHalfPiTail = 6.07710050650619224932e-11;
@@ -30,7 +30,7 @@ inline void Cos(const D (&u)[N], D (&out)[N]) {
   for (int j = 0; j < N; ++j) {
     const D shifted = u[j] * Splat<D>(kTwoOverPi) + Splat<D>(kRoundShifter);
     const D k = shifted - Splat<D>(kRoundShifter);
-    quadrant[j] = ((L)shifted - (L)Splat<D>(kRoundShifter)) & SplatInt<D>(3);
+    quadrant[j] = ((L)shifted - (L)Splat<D>(kRoundShifter)) & SplatInt<D>(3);  // k mod 4, also for k < 0
     v[j] = (u[j] - k * Splat<D>(kHalfPiHead)) - k * Splat<D>(kHalfPiTail);
     z[j] = v[j] * v[j];
     sinTail[j] = Splat<D>(kSin[kTerms - 1]);
@@ -44,11 +44,22 @@ inline void Cos(const D (&u)[N], D (&out)[N]) {
   for (int j = 0; j < N; ++j) {
     const D sinV = v[j] + v[j] * z[j] * sinTail[j];
     const D cosV = (Splat<D>(1.0) - Splat<D>(0.5) * z[j]) + z[j] * z[j] * cosTail[j];
-    // Quadrants 0..3: cos v, −sin v, −cos v, sin v.
-    const D magnitude = (quadrant[j] & SplatInt<D>(1)) != SplatInt<D>(0) ? sinV : cosV;
-    const L negative = (quadrant[j] == SplatInt<D>(1)) | (quadrant[j] == SplatInt<D>(2));
-    out[j] = negative ? -magnitude : magnitude;
+    // Quadrants 0..3: cos u is cos v, −sin v, −cos v, sin v; sin u is sin v, cos v, −sin v,
+    // −cos v.
+    const L odd = (quadrant[j] & SplatInt<D>(1)) != SplatInt<D>(0);
+    const D cosMagnitude = odd ? sinV : cosV, sinMagnitude = odd ? cosV : sinV;
+    const L cosNegative = (quadrant[j] == SplatInt<D>(1)) | (quadrant[j] == SplatInt<D>(2));
+    const L sinNegative = quadrant[j] >= SplatInt<D>(2);
+    cosU[j] = cosNegative ? -cosMagnitude : cosMagnitude;
+    sinU[j] = sinNegative ? -sinMagnitude : sinMagnitude;
   }
+}
+
+/// cos u alone, as SinCos gives it.
+template <class D, int N>
+inline void Cos(const D (&u)[N], D (&out)[N]) {
+  D unused[N];
+  SinCos(u, unused, out);
 }
 
 }  // namespace qrn::vmath

@@ -3,9 +3,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <numbers>
 
 #include "kernels/Vec4.h"
+#include "kernels/VecCos.h"
 #include "ops/level/ToneRows.h"
 
 using namespace qrn::level;
@@ -117,6 +119,56 @@ inline void FalseColorsV(const float* t, double low, double stretch, double* c0,
   (c[2] * top).Store(c2);
 }
 
+// Cubehelix's three components (kSchemeColour weights of cos φ and sin φ), as SchemeColor<5>
+// combines them.
+constexpr double kHelixCos[3] = {-0.14861, -0.29227, 1.97294}, kHelixSin[3] = {1.78277, -0.90649, 0.0};
+
+// Four cubehelix colours from the brightness t, through the vector sine and cosine, with the
+// steps of FalseColorOf without cycles otherwise. A colour is kept where the raw values it
+// becomes (c/255·range + min, as the row's conversion takes them) cannot differ from those of
+// the exact colour, the cosine's and sine's errors carried through; the others are computed
+// by FalseColorOf.
+inline void CubehelixV(const float* t, double low, double stretch, const double* dstMin, const double* dstRange,
+                       double* c0, double* c1, double* c2) {
+  using qrn::vmath::D4;
+  using L4 = qrn::vmath::MaskOf<D4>;
+  Vec4f::Raw in;
+  std::memcpy(&in, t, sizeof in);
+  D4 v = (__builtin_convertvector(in, D4) - low) * stretch;
+  v = v == v ? v : D4{};  // NaN
+  v = v < 0.0 ? D4{} : v;
+  v = 255.0 < v ? qrn::vmath::Splat(255.0) : v;
+  const D4 f = v / 255.0;
+  const D4 amp = f * (1.0 - f) / 2.0;
+  const D4 phi[1] = {2.0 * std::numbers::pi * (0.5 / 3.0 - 1.5 * f)};
+  D4 sn[1], cs[1];
+  qrn::vmath::SinCos(phi, sn, cs);
+  double* out[3] = {c0, c1, c2};
+  L4 sure = qrn::vmath::SplatInt<D4>(-1);
+  for (int k = 0; k < 3; ++k) {
+    D4 c = f + amp * (kHelixCos[k] * cs[0] + kHelixSin[k] * sn[0]);
+    c = c < 0.0 ? D4{} : c;
+    c = 1.0 < c ? qrn::vmath::Splat(1.0) : c;
+    c = c * 255.0;
+    // The colour's distance from the exact one: below 255·(amp·(|a| + |b|)·(the sine's and
+    // cosine's error and std::sin's and std::cos's unit) + a few roundings), under 2^-40.
+    // Through the conversion, /255·|range|, plus the roundings of the conversion on both
+    // sides; all taken generously.
+    const D4 raw = c / 255.0 * dstRange[k] + dstMin[k];
+    const D4 margin = std::fabs(dstRange[k]) * 0x1p-46 + (qrn::vmath::Abs(raw) + std::fabs(dstMin[k])) * 0x1p-50;
+    const Vec4f::Raw lo = __builtin_convertvector(raw - margin, Vec4f::Raw);
+    const Vec4f::Raw hi = __builtin_convertvector(raw + margin, Vec4f::Raw);
+    sure &= __builtin_convertvector((Vec4f::Mask)lo == (Vec4f::Mask)hi, L4);
+    std::memcpy(out[k], &c, sizeof c);
+  }
+  for (int j = 0; j < 4; ++j) {
+    if (sure[j]) continue;
+    double colour[3];
+    FalseColorOf<5, false>((t[j] - low) * stretch, 0, colour);
+    for (int k = 0; k < 3; ++k) out[k][j] = colour[k];
+  }
+}
+
 // What every row of Do needs: the source's scale, the stretch, the map and the target's levels.
 struct Paint {
   int srcPlanes, cycles;
@@ -146,6 +198,9 @@ void PaintRow(const Paint& p, const float* const* in, float* const* out, int n) 
     int i = 0;
     if constexpr (!kCycles && kLinearScheme<kScheme>)
       for (; i + 4 <= m; i += 4) FalseColorsV<kScheme>(t + i, p.low, p.stretch, c[0] + i, c[1] + i, c[2] + i);
+    if constexpr (!kCycles && kScheme == 5)
+      for (; i + 4 <= m; i += 4)
+        CubehelixV(t + i, p.low, p.stretch, p.dstMin, p.dstRange, c[0] + i, c[1] + i, c[2] + i);
     for (; i < m; ++i) {
       double colour[3];
       FalseColorOf<kScheme, kCycles>((t[i] - p.low) * p.stretch, p.cycles, colour);

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <limits>
 
 #include "kernels/Vec4.h"
@@ -29,6 +30,38 @@ TEST(ImgFalseColor, MapsRunFromTheirDarkToTheirBrightEnd) {
   EXPECT_EQ(b, 0.0);
   CImgFalseColor::GetFalseColor(127.5, 4, 0, &r, &g, &b);  // diverging map is white in the middle
   EXPECT_EQ(r + g + b, 765.0);
+}
+
+TEST(ImgFalseColor, CubehelixOnAFloatRoundingBoundaryStillMatches) {
+  // Cubehelix takes its sines and cosines from vectors. For each brightness the target's
+  // level minima are set so that every raw result lands, in exact arithmetic, halfway between
+  // two floats: only the exact colour's own roundings decide which float it becomes, and the
+  // vector path must leave such pixels to it.
+  int wrong = 0;
+  for (int i = 0; i < 300; ++i) {
+    const float v = 3.0f + i * 0.8313f;
+    double c[3];
+    CImgFalseColor::GetFalseColor(v, 5, 0, &c[0], &c[1], &c[2]);
+    auto src = Make(4, 1, 1, 0, 255, [&](int, int, int) { return v; });
+    COrbImage dst(-32, 4, 1, 3);
+    for (int k = 0; k < 3; ++k) {
+      double min = 0.0;
+      for (int step = 0; step < 4; ++step) {  // the range moves a little with the minimum
+        dst.SetLevel(k, min, min + 255.0);
+        const double scaled = c[k] / 255.0 * dst.GetLevelRange(k);
+        const float below = static_cast<float>(scaled);
+        min = (double(below) + double(std::nextafter(below, 1e30f))) / 2 - scaled;
+      }
+      dst.SetLevel(k, min, min + 255.0);
+    }
+    const COrbImage levels(dst);
+    static_cast<CImgFalseColor&>(dst).Do(0, 255, 5, 0, src.get(), nullptr, 0);
+    for (int k = 0; k < 3; ++k) {
+      const float expected = static_cast<float>(c[k] / 255.0 * levels.GetLevelRange(k) + levels.GetLevelMin(k));
+      for (int x = 0; x < 4; ++x) wrong += dst.GetPixelGrayRaw(x, 0, k) != expected;
+    }
+  }
+  EXPECT_EQ(wrong, 0);
 }
 
 TEST(ImgFalseColor, CubehelixBrightnessRisesMonotonically) {
