@@ -66,6 +66,7 @@ struct VecN {
   friend Mask operator<=(const VecN& a, const VecN& b) { return a.v <= b.v; }
   friend Mask operator>(const VecN& a, const VecN& b) { return a.v > b.v; }
   friend Mask operator>=(const VecN& a, const VecN& b) { return a.v >= b.v; }
+  friend Mask operator==(const VecN& a, const VecN& b) { return a.v == b.v; }
   /// Lane-wise minimum and maximum with the scalar rule `a < b ? a : b` (NaN in a gives b).
   static VecN Min(const VecN& a, const VecN& b) { return a.v < b.v ? a.v : b.v; }
   static VecN Max(const VecN& a, const VecN& b) { return a.v > b.v ? a.v : b.v; }

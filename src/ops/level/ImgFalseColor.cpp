@@ -74,7 +74,7 @@ inline void FalseColorOf(double v, int cycles, double* c) {
 // The piecewise linear maps (and grey) four samples at a time, with selects where the scalar
 // map compares, so that the same values come out.
 template <int kScheme>
-constexpr bool kLinearScheme = (kScheme >= 1 && kScheme <= 4) || kScheme == -1;
+constexpr bool kLinearScheme = (kScheme >= 0 && kScheme <= 4) || kScheme == -1;
 
 inline Vec4d UnitV(const Vec4d& v) {
   const Vec4d zero(0.0), one(1.0);
@@ -85,10 +85,28 @@ inline Vec4d UnitV(const Vec4d& v) {
 // |x|, except that −0 stays −0: every use subtracts it from 1.5, which gives the same.
 inline Vec4d AbsV(const Vec4d& x) { return Vec4d::Select(x < Vec4d(0.0), Vec4d(0.0) - x, x); }
 
+// Hue() for four hues: the sector found by rounding (exact below 2^51) and stepping down
+// where that rounded up, which is truncation for the hues the rainbow gives (0 to 240).
+inline void HueV(const Vec4d& h, Vec4d* c) {
+  const Vec4d zero(0.0), one(1.0), five(5.0), shifter(0x1.8p52);
+  const Vec4d sector = h / Vec4d(60.0);
+  const Vec4d nearest = (sector + shifter) - shifter;
+  Vec4d i = Vec4d::Select(sector < nearest, nearest - one, nearest);
+  i = Vec4d::Select(i < zero, zero, Vec4d::Select(five < i, five, i));
+  const Vec4d f = sector - i, rising = f, falling = one - f;
+  // The six sectors' components, as Hue()'s table lists them.
+  const auto is = [&](double k) { return i == Vec4d(k); };
+  c[0] = Vec4d::Select(is(1), falling, Vec4d::Select(is(2) | is(3), zero, Vec4d::Select(is(4), rising, one)));
+  c[1] = Vec4d::Select(is(0), rising, Vec4d::Select(is(3), falling, Vec4d::Select(is(4) | is(5), zero, one)));
+  c[2] = Vec4d::Select(is(0) | is(1), zero, Vec4d::Select(is(2), rising, Vec4d::Select(is(5), falling, one)));
+}
+
 template <int kScheme>
 inline void SchemeColorV(const Vec4d& f, Vec4d* c) {
   const Vec4d one(1.0), two(2.0), three(3.0), four(4.0), onePointFive(1.5);
-  if constexpr (kScheme == 1) {
+  if constexpr (kScheme == 0) {
+    HueV((one - f) * Vec4d(240.0), c);
+  } else if constexpr (kScheme == 1) {
     c[0] = UnitV(three * f), c[1] = UnitV(three * f - one), c[2] = UnitV(three * f - two);
   } else if constexpr (kScheme == 2) {
     c[0] = UnitV(three * f - two), c[1] = UnitV(three * f - one), c[2] = UnitV(three * f);
