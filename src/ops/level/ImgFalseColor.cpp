@@ -137,7 +137,7 @@ inline void FalseColorsV(const float* t, double low, double stretch, double* c0,
   (c[2] * top).Store(c2);
 }
 
-// Cubehelix's three components (kSchemeColour weights of cos φ and sin φ), as SchemeColor<5>
+// Cubehelix's weights of cos φ and sin φ in its three components, as SchemeColor<5>
 // combines them.
 constexpr double kHelixCos[3] = {-0.14861, -0.29227, 1.97294}, kHelixSin[3] = {1.78277, -0.90649, 0.0};
 
