@@ -35,20 +35,18 @@ inline int LogBin(int bin) {
   return static_cast<int>(std::log10(static_cast<double>(bin)) * 10000.0);
 }
 
-// Sum of a line in double, four independent partial sums so the loop is not one long
-// dependency chain. Only for sums whose order is free.
-inline double SumLine(const float* line, int n) {
-  double s0 = 0, s1 = 0, s2 = 0, s3 = 0;
-  int x = 0;
-  for (; x + 4 <= n; x += 4) {
-    s0 += line[x];
-    s1 += line[x + 1];
-    s2 += line[x + 2];
-    s3 += line[x + 3];
+// A line's extremes gathered piece by piece: a piece's extreme replaces the running one only
+// when strictly beyond it, as one pass over the samples in order would keep it.
+struct LineExtremes {
+  float min = std::numeric_limits<float>::infinity(), max = -std::numeric_limits<float>::infinity();
+  void Add(const float* v, int n) {
+    if (n <= 0) return;
+    float lo, hi;
+    CRowExtremes::Find(v, n, lo, hi);
+    if (lo < min) min = lo;
+    if (hi > max) max = hi;
   }
-  for (; x < n; ++x) s0 += line[x];
-  return (s0 + s1) + (s2 + s3);
-}
+};
 
 // The line sums added in line order: the same total on any number of threads.
 double LineOrderTotal(const std::vector<double>& lineSums) {
@@ -160,13 +158,20 @@ void COrbImage::CalcMinMaxAndMeans(float* rawMeans) {
 #pragma omp parallel for schedule(dynamic, 1) ordered
     for (int y = 0; y < h; ++y) {
       const float* line = GetImageAdr(0, y, p);
-      CRowExtremes::Find(line, w, lineMin[y], lineMax[y]);
-      if (rawMeans) lineSums[y] = SumLine(line, w);
       thread_local std::vector<CRunningFloatSum::BlockSummary> summaries;
       summaries.resize(static_cast<std::size_t>(blocks));
       const float guess = latest.load(std::memory_order_relaxed);
-      for (int j = 0; j < blocks; ++j)
-        summaries[j] = CRunningFloatSum::Summarise(line + j * CRunningFloatSum::kBlock, guess);
+      // Block by block, so that each block is summarised while it is still in the nearest
+      // cache and the reads from memory spread over the work.
+      LineExtremes extremes;
+      for (int j = 0; j < blocks; ++j) {
+        const float* block = line + j * CRunningFloatSum::kBlock;
+        extremes.Add(block, CRunningFloatSum::kBlock);
+        summaries[j] = CRunningFloatSum::Summarise(block, guess);
+      }
+      extremes.Add(line + tail, w - tail);
+      lineMin[y] = extremes.min, lineMax[y] = extremes.max;
+      if (rawMeans) lineSums[y] = CRowSum::Interleaved(line, w);
 #pragma omp ordered
       {
         for (int j = 0; j < blocks; ++j) sum.Apply(summaries[j], line + j * CRunningFloatSum::kBlock);
@@ -241,7 +246,7 @@ float COrbImage::GetAvrGrayRaw(int plane) {
   const int w = GetWidth(), h = GetHeight();
   std::vector<double> lineSums(static_cast<std::size_t>(h));
 #pragma omp parallel for schedule(static)
-  for (int y = 0; y < h; ++y) lineSums[y] = SumLine(GetImageAdr(0, y, plane), w);
+  for (int y = 0; y < h; ++y) lineSums[y] = CRowSum::Interleaved(GetImageAdr(0, y, plane), w);
   return RawMean(LineOrderTotal(lineSums), w, h);
 }
 

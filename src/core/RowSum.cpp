@@ -189,6 +189,40 @@ Pass UnorderedWide(const float* v, int n, bool squares) { return Unordered(v, n,
 
 #endif
 
+constexpr int kInterleave = 16;
+
+// The tail of the interleaved sum and its fixed combination; x is where the vector part ended
+// (a multiple of kInterleave).
+double FinishInterleaved(double (&lane)[kInterleave], const float* v, int x, int n) {
+  for (; x < n; ++x) lane[x % kInterleave] += v[x];
+  double t[4];
+  for (int j = 0; j < 4; ++j) t[j] = (lane[j] + lane[j + 4]) + (lane[j + 8] + lane[j + 12]);
+  return (t[0] + t[1]) + (t[2] + t[3]);
+}
+
+double InterleavedNarrow(const float* v, int n) {
+  Vec4d s[4];
+  int x = 0;
+  for (; x + kInterleave <= n; x += kInterleave)
+    for (int j = 0; j < 4; ++j) s[j] = s[j] + ToDouble(Vec4f::Load(v + x + 4 * j));
+  double lane[kInterleave];
+  for (int j = 0; j < 4; ++j) s[j].Store(lane + 4 * j);
+  return FinishInterleaved(lane, v, x, n);
+}
+
+#if QRN_HAVE_WIDE_TARGET
+QRN_WIDE_TARGET double InterleavedWide(const float* v, int n) {
+  __m256d s[4];
+  for (auto& a : s) a = _mm256_setzero_pd();
+  int x = 0;
+  for (; x + kInterleave <= n; x += kInterleave)
+    for (int j = 0; j < 4; ++j) s[j] = _mm256_add_pd(s[j], _mm256_cvtps_pd(_mm_loadu_ps(v + x + 4 * j)));
+  double lane[kInterleave];
+  for (int j = 0; j < 4; ++j) _mm256_storeu_pd(lane + 4 * j, s[j]);
+  return FinishInterleaved(lane, v, x, n);
+}
+#endif
+
 double SumRow(const float* v, int n, bool squares) {
   const Pass pass = qrn::simd::WideVectors() ? UnorderedWide(v, n, squares) : Unordered(v, n, squares);
   return pass.Exact(n) ? pass.sum : InOrder(v, n, squares);
@@ -199,6 +233,13 @@ double SumRow(const float* v, int n, bool squares) {
 double CRowSum::Sum(const float* v, int n) { return SumRow(v, n, false); }
 
 double CRowSum::SumOfSquares(const float* v, int n) { return SumRow(v, n, true); }
+
+double CRowSum::Interleaved(const float* v, int n) {
+#if QRN_HAVE_WIDE_TARGET
+  if (qrn::simd::WideVectors()) return InterleavedWide(v, n);
+#endif
+  return InterleavedNarrow(v, n);
+}
 
 void CRowSum::SumAndSumOfSquares(const float* v, int n, double& sum, double& squares) {
 #if QRN_HAVE_WIDE_TARGET

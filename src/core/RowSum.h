@@ -14,4 +14,11 @@ class CRowSum {
   static double SumOfSquares(const float* v, int n);
   /// Both sums over one read of the row.
   static void SumAndSumOfSquares(const float* v, int n, double& sum, double& squares);
+
+  /// A double sum of the samples for callers whose order of addition is free: sixteen partial
+  /// sums, lane j taking the samples x ≡ j (mod 16) in order, combined as
+  /// t_j = (s_j + s_j+4) + (s_j+8 + s_j+12), then (t_0 + t_1) + (t_2 + t_3). The association is
+  /// fixed, so every processor and vector width gives the same bits; the partial sums are
+  /// independent chains, so the additions overlap.
+  static double Interleaved(const float* v, int n);
 };

@@ -65,7 +65,8 @@ TEST(OrbImageStatistics, CalcMinMaxMatchesOnePlainPassOnLargePlanes) {
   std::vector<float> nanFirst = sky, zeros(sky.size(), 5.0f);
   nanFirst[0] = std::numeric_limits<float>::quiet_NaN();
   zeros[3 * w + 100] = 0.0f;   // first zero met: +0
-  zeros[3 * w + 907] = -0.0f;  // same line, another lane
+  zeros[3 * w + 907] = -0.0f;   // same line, another lane
+  zeros[3 * w + 2100] = -0.0f;  // same line, a later block
   zeros[9 * w + 5] = -0.0f;    // a later line
   for (const auto* plane : {&sky, &nanFirst, &zeros}) {
     const std::vector<float>& v = *plane;

@@ -76,4 +76,33 @@ TEST(CRowSum, RowsWhoseOrderMattersAreSummedInOrder) {
   ExpectInOrder({0.0f, -0.0f, -0.0f, 0.0f, 5.0f, -5.0f, 0.0f, -0.0f}, "zeros and cancellation");
 }
 
+// The interleaved sum's stated association, one lane at a time.
+double InterleavedReference(const std::vector<float>& v) {
+  double lane[16] = {};
+  for (std::size_t x = 0; x < v.size(); ++x) lane[x % 16] += v[x];
+  double t[4];
+  for (int j = 0; j < 4; ++j) t[j] = (lane[j] + lane[j + 4]) + (lane[j + 8] + lane[j + 12]);
+  return (t[0] + t[1]) + (t[2] + t[3]);
+}
+
+TEST(CRowSum, InterleavedSumKeepsItsAssociationOnEveryWidth) {
+  // Rows on which the order of addition shows: ones behind 2^53 are lost in one lane and kept
+  // in another, and a wide range of magnitudes rounds differently under every association.
+  std::mt19937 rng(11);
+  std::uniform_int_distribution<int> exponent(-40, 40);
+  for (int n : {1, 15, 16, 17, 31, 64, 4099}) {
+    std::vector<float> big(n, 1.0f), range(n);
+    big[0] = 0x1p53f;
+    if (n > 5) big[5] = -0x1p40f;
+    for (float& r : range) r = std::ldexp(1.0f + float(rng() % 1000) / 1000.0f, exponent(rng)) * (rng() % 2 ? 1 : -1);
+    for (int wide : {1, 0}) {
+      qrn::simd::SetWideVectors(wide);
+      EXPECT_TRUE(SameBits(CRowSum::Interleaved(big.data(), n), InterleavedReference(big))) << n << ", wide " << wide;
+      EXPECT_TRUE(SameBits(CRowSum::Interleaved(range.data(), n), InterleavedReference(range)))
+          << n << ", wide " << wide;
+    }
+    qrn::simd::SetWideVectors(1);
+  }
+}
+
 }  // namespace
