@@ -43,10 +43,39 @@ struct Parabola {
 template <class G>
 constexpr bool kMirrored = std::is_same_v<std::decay_t<G>, Parabola>;
 
-// Mode 1 scales of columns [left, right) of line y into factor[0, right − left), each column
-// in its own division except those whose mirror m − x lies left of them in the row: copied.
-inline void ParabolaFactors(const GradientPass& pass, const Parabola& g, int left, int right, int y, long long m,
-                            double* factor) {
+// d[i] = f·(s[i] + base) − base in double, stored as float, with f = factor[i], or factor[−i]
+// when kReversed (the factors of mirrored columns, read backwards). kStream writes the aligned
+// part with streaming stores (the caller fences).
+template <bool kStream, bool kReversed>
+void ScaleSpan(const double* factor, const float* s, float* d, int n, double base) {
+  auto one = [&](int i) {
+    const double f = kReversed ? factor[-i] : factor[i];
+    d[i] = static_cast<float>(f * (double(s[i]) + base) - base);
+  };
+  int i = 0;
+  if constexpr (kStream) {
+    for (const int head = UnalignedHead<4>(d, n); i < head; ++i) one(i);
+    const Vec4d b(base);
+    for (; i + 4 <= n; i += 4) {
+      Vec4d f;
+      if constexpr (kReversed) {
+        const Vec4d r = Vec4d::Load(factor - i - 3);
+        f = Vec4d::Raw{r[3], r[2], r[1], r[0]};
+      } else {
+        f = Vec4d::Load(factor + i);
+      }
+      Put<true>(d + i, ToFloat(f * (ToDouble(Vec4f::Load(s + i)) + b) - b));
+    }
+  }
+  for (; i < n; ++i) one(i);
+}
+
+// Mode 1 on columns [left, right) of line y for a mirrored parabola: each column left of its
+// mirror m − x (and every column without one in the row) divides on its own, into factor
+// (room for right − left); the others take their mirror's factor, read backwards.
+template <bool kStream>
+void ParabolaRow(const GradientPass& pass, const Parabola& g, const float* s, float* d, int left, int right, int y,
+                 long long m, double* factor) {
   const long long firstRight = (m >= 0 ? m / 2 : (m - 1) / 2) + 1;  // first column right of the centre
   const int own = static_cast<int>(std::clamp<long long>(firstRight, left, right));
   const int mirrored = static_cast<int>(std::clamp<long long>(m - left + 1, own, right));
@@ -55,22 +84,11 @@ inline void ParabolaFactors(const GradientPass& pass, const Parabola& g, int lef
   const GradientPass p = pass;
   const Parabola curve = g;
   for (int x = left; x < own; ++x) factor[x - left] = ProportionalFactor(p, curve, x, y);
-  for (int x = own; x < mirrored; ++x) factor[x - left] = factor[m - x - left];
   for (int x = mirrored; x < right; ++x) factor[x - left] = ProportionalFactor(p, curve, x, y);
-}
-
-// d[i] = factor[i]·(s[i] + base) − base in double, stored as float. kStream writes the aligned
-// part with streaming stores (the caller fences).
-template <bool kStream>
-void ScaleRow(const double* factor, const float* s, float* d, int n, double base) {
-  int i = kStream ? UnalignedHead<4>(d, n) : 0;
-  for (int j = 0; j < i; ++j) d[j] = static_cast<float>(factor[j] * (double(s[j]) + base) - base);
-  if constexpr (kStream) {
-    const Vec4d b(base);
-    for (; i + 4 <= n; i += 4)
-      Put<true>(d + i, ToFloat(Vec4d::Load(factor + i) * (ToDouble(Vec4f::Load(s + i)) + b) - b));
-  }
-  for (; i < n; ++i) d[i] = static_cast<float>(factor[i] * (double(s[i]) + base) - base);
+  const int a = own - left, b = mirrored - left, n = right - left;
+  ScaleSpan<kStream, false>(factor, s, d, a, p.base);
+  ScaleSpan<kStream, true>(factor + (m - own - left), s + a, d + a, b - a, p.base);
+  ScaleSpan<kStream, false>(factor + b, s + b, d + b, n - b, p.base);
 }
 
 // One row, columns [left, left + n) of line y, from s into d; `factor` has room for n.
@@ -84,8 +102,7 @@ void GradientRow(const GradientPass& pass, const G& g, const float* s, float* d,
     long long m = 0;
     if constexpr (kMirrored<G>) {
       if (g.Mirrors(m)) {
-        ParabolaFactors(pass, g, left, left + n, y, m, factor);
-        ScaleRow<kStream>(factor, s, d, n, base);
+        ParabolaRow<kStream>(pass, g, s, d, left, left + n, y, m, factor);
         return;
       }
     }
