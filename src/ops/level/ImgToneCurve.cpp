@@ -15,24 +15,29 @@ namespace {
 // every index read lies inside the table.
 struct ToneIndex {
   float lo, k, last;
+  // The curve's last point. Beyond 2^23 points, `last` as a float and the rounding of
+  // t·last/255 can reach past it, and the lookup then takes the last point.
+  int lastIndex;
 
   // The index function for vectors V, its constants held in registers (so that stores into
   // a float row cannot be taken to change them): index(v, inside).
   template <class V>
   auto Lanes() const {
-    return [vlo = V(lo), vk = V(k), vlast = V(last)](const V& v, typename V::Mask& inside) {
+    using Mask = typename V::Mask;
+    return [vlo = V(lo), vk = V(k), vlast = V(last), vlastIndex = Mask{} + lastIndex](const V& v, Mask& inside) {
       const V zero(0.0f), full(255.0f);
       const V t = (v - vlo) * vk;
       inside = (t >= zero) & (t <= full);
       const V within = V::Min(V::Max(t, zero), full);
-      return TruncToInt(within * vlast / full) & inside;
+      const auto i = TruncToInt(within * vlast / full);
+      return (i < vlastIndex ? i : vlastIndex) & inside;
     };
   }
 
   // One sample by the same float steps: its index, or -1 outside 0..255.
   int Of(float v) const {
     const float t = (v - lo) * k;
-    return t >= 0.0f && t <= 255.0f ? static_cast<int>(t * last / 255.0f) : -1;
+    return t >= 0.0f && t <= 255.0f ? std::min(static_cast<int>(t * last / 255.0f), lastIndex) : -1;
   }
 };
 
@@ -147,7 +152,7 @@ void CImgToneCurve::Do(float** curves, int n, COrbImage* src, CRect* rect, int p
     if (scale[p] == 0.0f) return CopyRow(s, d, w);
     const float lo = min[p], k = scale[p];
     const float* own = color ? curves[p + 1] : master;
-    const ToneIndex index{lo, k, static_cast<float>(last)};
+    const ToneIndex index{lo, k, static_cast<float>(last), last};
     const float* raw = table.data() + static_cast<std::size_t>(p) * n;
     // A sample outside 0..255 (or NaN) through the curves' extensions.
     auto outside = [&](float v) {

@@ -1,5 +1,7 @@
 // Tone curves, applied by table lookup on the 0..255 scale of each plane's level window.
 #pragma once
+#include <algorithm>
+
 #include "core/OrbImage.h"
 
 /// @brief Tone curves. A curve is n floats; point i gives the output, as a fraction of 255,
@@ -27,7 +29,11 @@ class CImgToneCurve : public COrbImage {
   static float CalcToneCurve(const float* curve, int i, float v);
   /// One sample on the 0..255 scale through a curve of i + 1 points.
   static float ApplyCurve(const float* curve, int i, float t) {
-    if (t >= 0.0f && t <= 255.0f) return curve[static_cast<int>(t * static_cast<float>(i) / 255.0f)] * 255.0f;
+    // Beyond 2^23 points the float index can reach past point i; it is then read as point i.
+    if (t >= 0.0f && t <= 255.0f) {
+      const int index = std::min(static_cast<int>(t * static_cast<float>(i) / 255.0f), i);
+      return curve[index] * 255.0f;
+    }
     return CalcToneCurve(curve, i, t);
   }
 };

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <vector>
 
 #include "ops/level/LevelTestImages.h"
 
@@ -113,6 +114,22 @@ TEST(ImgToneCurve, EverySampleFollowsTheScalarRuleOnEveryRowVariant) {
       EXPECT_EQ(wrong, 0) << planes << " planes, wide " << wide << ", stream " << stream;
     });
   }
+}
+
+TEST(ImgToneCurve, CurvesOfMoreThanTwoToThe23PointsNeverReadPastTheirLastPoint) {
+  // n − 1 = 2^24 + 3 becomes 2^24 + 4 as a float, so t = 255 gives index n by the float steps.
+  const int n = (1 << 24) + 4;
+  std::vector<float> curve(n, 0.25f);
+  curve[n - 1] = 0.75f;
+  float* curves[1] = {curve.data()};
+  EXPECT_EQ(CImgToneCurve::ApplyCurve(curve.data(), n - 1, 255.0f), 0.75f * 255.0f);
+  auto src = Make(13, 1, 1, 0, 255, [](int, int, int) { return 255.0f; });
+  leveltest::ForEveryRowVariant([&](int wide, int stream) {
+    COrbImage dst(*src);
+    static_cast<CImgToneCurve&>(dst).Do(curves, n, src.get(), nullptr, 0, 0);
+    for (int x = 0; x < 13; ++x)
+      EXPECT_EQ(dst.GetPixelGrayRaw(x, 0, 0), 0.75f * 255.0f) << x << ", wide " << wide << ", stream " << stream;
+  });
 }
 
 TEST(ImgToneCurve, BadCurvesWriteNothing) {
