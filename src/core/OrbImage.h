@@ -217,6 +217,9 @@ class COrbImage : public CImage {
   void CalcMinMax(int margin);
   float CalcAvr(int plane);
   float CalcStdDev(int plane, const float* mean);
+  /// The plane's sum over (width − 1)(height − 1), as float. Each line is summed in double in
+  /// CRowSum::Interleaved's fixed association and the lines are added in order, so the result
+  /// has the same bits on any number of threads and vector width.
   float GetAvrGrayRaw(int plane);
   float GetAvrGray(int plane);
   float GetAvrGray256f(int plane);
