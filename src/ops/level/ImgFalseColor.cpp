@@ -2,6 +2,7 @@
 #include "ops/level/ImgFalseColor.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
 #include <numbers>
@@ -141,62 +142,102 @@ inline void FalseColorsV(const float* t, double low, double stretch, double* c0,
 // combines them.
 constexpr double kHelixCos[3] = {-0.14861, -0.29227, 1.97294}, kHelixSin[3] = {1.78277, -0.90649, 0.0};
 
-// Four cubehelix colours from the brightness t, through the vector sine and cosine, with the
-// steps of FalseColorOf without cycles otherwise. A colour is kept where the raw values it
-// becomes (c/255·range + min, as the row's conversion takes them) cannot differ from those of
-// the exact colour, the cosine's and sine's errors carried through; the others are computed
-// by FalseColorOf.
-inline void CubehelixV(const float* t, double low, double stretch, const double* dstMin, const double* dstRange,
-                       double* c0, double* c1, double* c2) {
-  using qrn::vmath::D4;
-  using L4 = qrn::vmath::MaskOf<D4>;
-  Vec4f::Raw in;
-  std::memcpy(&in, t, sizeof in);
-  D4 v = (__builtin_convertvector(in, D4) - low) * stretch;
-  v = v == v ? v : D4{};  // NaN
-  v = v < 0.0 ? D4{} : v;
-  v = 255.0 < v ? qrn::vmath::Splat(255.0) : v;
-  const D4 f = v / 255.0;
-  const D4 amp = f * (1.0 - f) / 2.0;
-  const D4 phi[1] = {2.0 * std::numbers::pi * (0.5 / 3.0 - 1.5 * f)};
-  D4 sn[1], cs[1];
-  qrn::vmath::SinCos(phi, sn, cs);
-  double* out[3] = {c0, c1, c2};
-  L4 sure = qrn::vmath::SplatInt<D4>(-1);
-  for (int k = 0; k < 3; ++k) {
-    D4 c = f + amp * (kHelixCos[k] * cs[0] + kHelixSin[k] * sn[0]);
-    c = c < 0.0 ? D4{} : c;
-    c = 1.0 < c ? qrn::vmath::Splat(1.0) : c;
-    c = c * 255.0;
-    // The colour's distance from the exact one: below 255·(amp·(|a| + |b|)·(the sine's and
-    // cosine's error and std::sin's and std::cos's unit) + a few roundings), under 2^-40.
-    // Through the conversion, /255·|range|, plus the roundings of the conversion on both
-    // sides; all taken generously.
-    const D4 raw = c / 255.0 * dstRange[k] + dstMin[k];
-    const D4 margin = std::fabs(dstRange[k]) * 0x1p-46 + (qrn::vmath::Abs(raw) + std::fabs(dstMin[k])) * 0x1p-50;
-    const Vec4f::Raw lo = __builtin_convertvector(raw - margin, Vec4f::Raw);
-    const Vec4f::Raw hi = __builtin_convertvector(raw + margin, Vec4f::Raw);
-    sure &= __builtin_convertvector((Vec4f::Mask)lo == (Vec4f::Mask)hi, L4);
-    std::memcpy(out[k], &c, sizeof c);
-  }
-  for (int j = 0; j < 4; ++j) {
-    if (sure[j]) continue;
-    double colour[3];
-    FalseColorOf<5, false>((t[j] - low) * stretch, 0, colour);
-    for (int k = 0; k < 3; ++k) out[k][j] = colour[k];
-  }
-}
-
 // What every row of Do needs: the source's scale, the stretch, the map and the target's levels.
 struct Paint {
   int srcPlanes, cycles;
   float srcMin[3], srcScale[3];
   double low, stretch, dstMin[3], dstRange[3];
+
+  /// The raw value of colour component c (0..255) in target plane k.
+  float Raw(int k, double c) const { return static_cast<float>(c / 255.0 * dstRange[k] + dstMin[k]); }
 };
 
+// The raw values of the cubehelix colours of 4·N brightnesses t into raw[k][0, 4·N), through
+// the vector sine and cosine (N vectors side by side, so that their polynomial chains
+// overlap), with the steps of FalseColorOf without cycles otherwise. A value is kept where it
+// cannot differ from that of the exact colour, the cosine's and sine's errors carried
+// through; the other pixels are computed by FalseColorOf.
+template <int N>
+inline void CubehelixV(const float* t, const Paint& p, float* const* raw) {
+  using qrn::vmath::D4;
+  D4 f[N], amp[N], phi[N], sn[N], cs[N];
+  for (int j = 0; j < N; ++j) {
+    Vec4f::Raw in;
+    std::memcpy(&in, t + 4 * j, sizeof in);
+    D4 v = (__builtin_convertvector(in, D4) - p.low) * p.stretch;
+    v = v == v ? v : D4{};  // NaN
+    v = v < 0.0 ? D4{} : v;
+    v = 255.0 < v ? qrn::vmath::Splat(255.0) : v;
+    f[j] = v / 255.0;
+    amp[j] = f[j] * (1.0 - f[j]) / 2.0;
+    phi[j] = 2.0 * std::numbers::pi * (0.5 / 3.0 - 1.5 * f[j]);
+  }
+  qrn::vmath::SinCos(phi, sn, cs);
+  for (int j = 0; j < N; ++j) {
+    Vec4f::Mask sure = ~Vec4f::Mask{};
+    for (int k = 0; k < 3; ++k) {
+      D4 c = f[j] + amp[j] * (kHelixCos[k] * cs[j] + kHelixSin[k] * sn[j]);
+      c = c < 0.0 ? D4{} : c;
+      c = 1.0 < c ? qrn::vmath::Splat(1.0) : c;
+      c = c * 255.0;
+      // The colour's distance from the exact one: below 255·(amp·(|a| + |b|)·(the sine's and
+      // cosine's error and std::sin's and std::cos's unit) + a few roundings), under 2^-40.
+      // Through the conversion, /255·|range|, plus the roundings of the conversion on both
+      // sides; all taken generously.
+      const D4 value = c / 255.0 * p.dstRange[k] + p.dstMin[k];
+      const D4 margin =
+          std::fabs(p.dstRange[k]) * 0x1p-46 + (qrn::vmath::Abs(value) + std::fabs(p.dstMin[k])) * 0x1p-50;
+      const Vec4f::Raw lo = __builtin_convertvector(value - margin, Vec4f::Raw);
+      const Vec4f::Raw hi = __builtin_convertvector(value + margin, Vec4f::Raw);
+      sure &= (Vec4f::Mask)lo == (Vec4f::Mask)hi;
+      std::memcpy(raw[k] + 4 * j, &lo, sizeof lo);
+    }
+    if (AllLanes(sure)) continue;
+    for (int i = 0; i < 4; ++i) {
+      if (sure[i]) continue;
+      double colour[3];
+      FalseColorOf<5, false>((t[4 * j + i] - p.low) * p.stretch, 0, colour);
+      for (int k = 0; k < 3; ++k) raw[k][4 * j + i] = p.Raw(k, colour[k]);
+    }
+  }
+}
+
+// The raw values of a block of m cubehelix pixels, into raw[k][0, m).
+inline void CubehelixBlock(const Paint& p, const float* t, int m, float (*raw)[256]) {
+  int i = 0;
+  for (; i + 32 <= m; i += 32) CubehelixV<8>(t + i, p, std::array{raw[0] + i, raw[1] + i, raw[2] + i}.data());
+  for (; i + 4 <= m; i += 4) CubehelixV<1>(t + i, p, std::array{raw[0] + i, raw[1] + i, raw[2] + i}.data());
+  for (; i < m; ++i) {
+    double colour[3];
+    FalseColorOf<5, false>((t[i] - p.low) * p.stretch, 0, colour);
+    for (int k = 0; k < 3; ++k) raw[k][i] = p.Raw(k, colour[k]);
+  }
+}
+
+// Colours c (0..255) of m pixels to plane k's raw values, four at a time, the whole vectors
+// streamed when kStream; the head before the first aligned address and the tail one by one,
+// with the same steps.
+template <bool kStream>
+inline void ToRaw(const Paint& p, int k, const double* c, int m, float* o) {
+  int i = 0;
+  for (const int head = kStream ? UnalignedHead<4>(o, m) : 0; i < head; ++i) o[i] = p.Raw(k, c[i]);
+  const Vec4d top(255.0), scale(p.dstRange[k]), offset(p.dstMin[k]);
+  for (; i + 4 <= m; i += 4) Put<kStream>(o + i, ToFloat(Vec4d::Load(c + i) / top * scale + offset));
+  for (; i < m; ++i) o[i] = p.Raw(k, c[i]);
+}
+
+// m raw values to o, streamed as ToRaw streams them.
+template <bool kStream>
+inline void PutRaw(const float* r, int m, float* o) {
+  int i = kStream ? UnalignedHead<4>(o, m) : m;
+  std::memcpy(o, r, sizeof(float) * static_cast<std::size_t>(i));
+  for (; i + 4 <= m; i += 4) StoreStream(o + i, Vec4f::Load(r + i));
+  std::memcpy(o + i, r + i, sizeof(float) * static_cast<std::size_t>(m - i));
+}
+
 // One row: blocks of colours first, then each plane's conversion to raw values in a loop of
-// its own, whose divisions the compiler can take several at a time.
-template <int kScheme, bool kCycles>
+// its own, whose divisions the processor can take several at a time.
+template <int kScheme, bool kCycles, bool kStream>
 void PaintRow(const Paint& p, const float* const* in, float* const* out, int n) {
   constexpr int kBlock = 256;
   float t[kBlock];
@@ -213,49 +254,55 @@ void PaintRow(const Paint& p, const float* const* in, float* const* out, int n) 
     } else {
       for (int i = 0; i < m; ++i) t[i] = (in[0][x0 + i] - p.srcMin[0]) * p.srcScale[0];
     }
+    // Cubehelix checks each raw value as it computes it, so its block gives them directly.
+    if constexpr (!kCycles && kScheme == 5) {
+      float raw[3][kBlock];
+      CubehelixBlock(p, t, m, raw);
+      for (int k = 0; k < 3; ++k) PutRaw<kStream>(raw[k], m, out[k] + x0);
+      continue;
+    }
     int i = 0;
     if constexpr (!kCycles && kLinearScheme<kScheme>)
       for (; i + 4 <= m; i += 4) FalseColorsV<kScheme>(t + i, p.low, p.stretch, c[0] + i, c[1] + i, c[2] + i);
-    if constexpr (!kCycles && kScheme == 5)
-      for (; i + 4 <= m; i += 4)
-        CubehelixV(t + i, p.low, p.stretch, p.dstMin, p.dstRange, c[0] + i, c[1] + i, c[2] + i);
     for (; i < m; ++i) {
       double colour[3];
       FalseColorOf<kScheme, kCycles>((t[i] - p.low) * p.stretch, p.cycles, colour);
       for (int k = 0; k < 3; ++k) c[k][i] = colour[k];
     }
-    for (int k = 0; k < 3; ++k) {
-      const double range = p.dstRange[k], min = p.dstMin[k];
-      float* o = out[k] + x0;
-      for (int i = 0; i < m; ++i) o[i] = static_cast<float>(c[k][i] / 255.0 * range + min);
-    }
+    for (int k = 0; k < 3; ++k) ToRaw<kStream>(p, k, c[k], m, out[k] + x0);
   }
+  if constexpr (kStream) qrn::simd::StreamFence();
 }
 
 // The same row compiled for 256-bit vectors.
-template <int kScheme, bool kCycles>
+template <int kScheme, bool kCycles, bool kStream>
 QRN_WIDE_TARGET void PaintRowWide(const Paint& p, const float* const* in, float* const* out, int n) {
-  PaintRow<kScheme, kCycles>(p, in, out, n);
+  PaintRow<kScheme, kCycles, kStream>(p, in, out, n);
 }
 
 using PaintRowFn = void (*)(const Paint&, const float* const*, float* const*, int);
 
-// Rows without cycles have no fmod call in their loop, which lets the loop vectorise.
-template <int kScheme>
-PaintRowFn PickWidth(bool wide, bool cycles) {
-  if (cycles) return wide ? PaintRowWide<kScheme, true> : PaintRow<kScheme, true>;
-  return wide ? PaintRowWide<kScheme, false> : PaintRow<kScheme, false>;
+template <int kScheme, bool kCycles>
+PaintRowFn PickWidth(bool wide, bool stream) {
+  if (stream) return wide ? PaintRowWide<kScheme, kCycles, true> : PaintRow<kScheme, kCycles, true>;
+  return wide ? PaintRowWide<kScheme, kCycles, false> : PaintRow<kScheme, kCycles, false>;
 }
 
-PaintRowFn PickRow(int scheme, bool wide, bool cycles) {
+// Rows without cycles have no fmod call in their loop, which lets the loop vectorise.
+template <int kScheme>
+PaintRowFn PickCycles(bool wide, bool cycles, bool stream) {
+  return cycles ? PickWidth<kScheme, true>(wide, stream) : PickWidth<kScheme, false>(wide, stream);
+}
+
+PaintRowFn PickRow(int scheme, bool wide, bool cycles, bool stream) {
   switch (scheme) {
-    case 0: return PickWidth<0>(wide, cycles);
-    case 1: return PickWidth<1>(wide, cycles);
-    case 2: return PickWidth<2>(wide, cycles);
-    case 3: return PickWidth<3>(wide, cycles);
-    case 4: return PickWidth<4>(wide, cycles);
-    case 5: return PickWidth<5>(wide, cycles);
-    default: return PickWidth<-1>(wide, cycles);
+    case 0: return PickCycles<0>(wide, cycles, stream);
+    case 1: return PickCycles<1>(wide, cycles, stream);
+    case 2: return PickCycles<2>(wide, cycles, stream);
+    case 3: return PickCycles<3>(wide, cycles, stream);
+    case 4: return PickCycles<4>(wide, cycles, stream);
+    case 5: return PickCycles<5>(wide, cycles, stream);
+    default: return PickCycles<-1>(wide, cycles, stream);
   }
 }
 
@@ -305,7 +352,8 @@ void CImgFalseColor::Do(double low, double high, int scheme, int cycles, COrbIma
   NormalizeRect(rect, r.left, r.top, r.right, r.bottom);
   if (r.IsEmpty()) return;
   ShowProgressInit(progress, 6117, r.Height());
-  const PaintRowFn row = PickRow(scheme, qrn::simd::WideVectors(), cycles > 0);
+  const std::size_t bytes = 3 * sizeof(float) * std::size_t(r.Width()) * r.Height();
+  const PaintRowFn row = PickRow(scheme, qrn::simd::WideVectors(), cycles > 0, qrn::simd::StreamStores(bytes, src == this));
   ForEachRgbRow(*this, *src, r, [&](const float* const* in, float* const* out, int n) { row(paint, in, out, n); });
   ShowProgressEnd(nullptr);
 }
