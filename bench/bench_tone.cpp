@@ -2,6 +2,7 @@
 // the copy baseline and the nearest OpenCV call.
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
+#include <string>
 #include <vector>
 
 #include "BenchCommon.h"
@@ -23,8 +24,8 @@ namespace {
 
 // Times op(dst, src) on a star field of the given planes, the result written to a second image.
 template <class Op>
-void Register(const char* name, int planes, Op op) {
-  benchmark::RegisterBenchmark(name, [planes, op](benchmark::State& state) {
+void Register(const std::string& name, int planes, Op op) {
+  benchmark::RegisterBenchmark(name.c_str(), [planes, op](benchmark::State& state) {
     auto src = bench::MakeStarField(planes);
     COrbImage dst(*src);
     op(dst, src.get());  // a target that changes its planes does so here, not in the timed loop
@@ -38,8 +39,8 @@ void Register(const char* name, int planes, Op op) {
 
 // Times op(dst, src) on OpenCV matrices holding the star field's planes.
 template <class Op>
-void RegisterCv(const char* name, int planes, Op op) {
-  benchmark::RegisterBenchmark(name, [planes, op](benchmark::State& state) {
+void RegisterCv(const std::string& name, int planes, Op op) {
+  benchmark::RegisterBenchmark(name.c_str(), [planes, op](benchmark::State& state) {
     auto image = bench::MakeStarField(planes);
     std::vector<cv::Mat> src, dst(planes);
     for (int p = 0; p < planes; ++p) src.push_back(bench::ToMat(*image, p));
@@ -190,29 +191,28 @@ void CvLab(const std::vector<cv::Mat>& src, std::vector<cv::Mat>& dst) {
   cv::cvtColor(lab, dst[0], cv::COLOR_Lab2RGB);
 }
 
+// The benchmark's name for an image of one or three planes.
+std::string Named(const char* base, int planes) { return std::string(base) + (planes == 3 ? "/colour" : "/grey"); }
+
 const int kRegistered = [] {
   bench::RegisterCopyBaseline("BM_Copy/grey", 1);
   bench::RegisterCopyBaseline("BM_Copy/colour", 3);
   for (int planes : {1, 3}) {
-    const bool colour = planes == 3;
-    Register(colour ? "BM_Bright/colour" : "BM_Bright/grey", planes, Bright);
-    RegisterCv(colour ? "BM_CvConvertToBright/colour" : "BM_CvConvertToBright/grey", planes, CvBright);
-    Register(colour ? "BM_Invert/colour" : "BM_Invert/grey", planes, Invert);
-    RegisterCv(colour ? "BM_CvConvertToInvert/colour" : "BM_CvConvertToInvert/grey", planes, CvInvert);
-    Register(colour ? "BM_ToneCurve/colour" : "BM_ToneCurve/grey", planes, ToneCurve);
-    RegisterCv(colour ? "BM_CvLutToneCurve/colour" : "BM_CvLutToneCurve/grey", planes, CvToneCurve);
-    Register(colour ? "BM_CutOff/colour" : "BM_CutOff/grey", planes, CutOff);
-    Register(colour ? "BM_ReduceTone/colour" : "BM_ReduceTone/grey", planes, ReduceTone);
-  }
-  for (int planes : {1, 3}) {
-    const bool colour = planes == 3;
-    Register(colour ? "BM_Normalize/colour" : "BM_Normalize/grey", planes, Normalize);
-    RegisterCv(colour ? "BM_CvMeanStdDevConvertTo/colour" : "BM_CvMeanStdDevConvertTo/grey", planes, CvNormalize);
-    Register(colour ? "BM_AutoStretch/colour" : "BM_AutoStretch/grey", planes, Stretch);
-    Register(colour ? "BM_Windowing/colour" : "BM_Windowing/grey", planes, Windowing);
-    RegisterCv(colour ? "BM_CvMultiplyHanning/colour" : "BM_CvMultiplyHanning/grey", planes, CvWindowing);
-    Register(colour ? "BM_HstEql/colour" : "BM_HstEql/grey", planes, Equalize);
-    RegisterCv(colour ? "BM_CvConvertToEqualizeHist/colour" : "BM_CvConvertToEqualizeHist/grey", planes, CvEqualize);
+    Register(Named("BM_Bright", planes), planes, Bright);
+    RegisterCv(Named("BM_CvConvertToBright", planes), planes, CvBright);
+    Register(Named("BM_Invert", planes), planes, Invert);
+    RegisterCv(Named("BM_CvConvertToInvert", planes), planes, CvInvert);
+    Register(Named("BM_ToneCurve", planes), planes, ToneCurve);
+    RegisterCv(Named("BM_CvLutToneCurve", planes), planes, CvToneCurve);
+    Register(Named("BM_CutOff", planes), planes, CutOff);
+    Register(Named("BM_ReduceTone", planes), planes, ReduceTone);
+    Register(Named("BM_Normalize", planes), planes, Normalize);
+    RegisterCv(Named("BM_CvMeanStdDevConvertTo", planes), planes, CvNormalize);
+    Register(Named("BM_AutoStretch", planes), planes, Stretch);
+    Register(Named("BM_Windowing", planes), planes, Windowing);
+    RegisterCv(Named("BM_CvMultiplyHanning", planes), planes, CvWindowing);
+    Register(Named("BM_HstEql", planes), planes, Equalize);
+    RegisterCv(Named("BM_CvConvertToEqualizeHist", planes), planes, CvEqualize);
   }
   Register("BM_FalseColor/grey", 1, FalseColor);
   Register("BM_FalseColorCubehelix/grey", 1, FalseColorCubehelix);
