@@ -150,6 +150,13 @@ void CvWindowing(const std::vector<cv::Mat>& src, std::vector<cv::Mat>& dst) {
   for (std::size_t p = 0; p < src.size(); ++p) cv::multiply(src[p], window, dst[p]);
 }
 
+// The window built on each call, as the operation builds its taper.
+void CvWindowingBuilt(const std::vector<cv::Mat>& src, std::vector<cv::Mat>& dst) {
+  cv::Mat window;
+  cv::createHanningWindow(window, src[0].size(), CV_32F);
+  for (std::size_t p = 0; p < src.size(); ++p) cv::multiply(src[p], window, dst[p]);
+}
+
 // Histogram equalisation, measuring its own range and histogram on each call.
 void Equalize(COrbImage& dst, COrbImage* src) { static_cast<CImgHstEql&>(dst).Do(src); }
 
@@ -211,6 +218,7 @@ const int kRegistered = [] {
     Register(Named("BM_AutoStretch", planes), planes, Stretch);
     Register(Named("BM_Windowing", planes), planes, Windowing);
     RegisterCv(Named("BM_CvMultiplyHanning", planes), planes, CvWindowing);
+    RegisterCv(Named("BM_CvBuildAndMultiplyHanning", planes), planes, CvWindowingBuilt);
     Register(Named("BM_HstEql", planes), planes, Equalize);
     RegisterCv(Named("BM_CvConvertToEqualizeHist", planes), planes, CvEqualize);
   }
