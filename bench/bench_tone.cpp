@@ -162,10 +162,20 @@ void Equalize(COrbImage& dst, COrbImage* src) { static_cast<CImgHstEql&>(dst).Do
 
 // OpenCV equalises 8-bit images only: the samples are brought to bytes first.
 void CvEqualize(const std::vector<cv::Mat>& src, std::vector<cv::Mat>& dst) {
-  cv::Mat bytes;
+  static cv::Mat bytes;  // kept between calls, as the outputs are
   for (std::size_t p = 0; p < src.size(); ++p) {
     src[p].convertTo(bytes, CV_8U, 255.0 / kRange, -kMin * 255.0 / kRange);
     cv::equalizeHist(bytes, dst[p]);
+  }
+}
+
+// The same, brought back to float samples in the window, as the operation gives them.
+void CvEqualizeToFloat(const std::vector<cv::Mat>& src, std::vector<cv::Mat>& dst) {
+  static cv::Mat bytes, equalized;
+  for (std::size_t p = 0; p < src.size(); ++p) {
+    src[p].convertTo(bytes, CV_8U, 255.0 / kRange, -kMin * 255.0 / kRange);
+    cv::equalizeHist(bytes, equalized);
+    equalized.convertTo(dst[p], CV_32F, kRange / 255.0, kMin);
   }
 }
 
@@ -180,9 +190,21 @@ void FalseColorCubehelix(COrbImage& dst, COrbImage* src) {
 }
 
 void CvFalseColor(const std::vector<cv::Mat>& src, std::vector<cv::Mat>& dst) {
-  cv::Mat bytes;
+  static cv::Mat bytes;  // kept between calls, as the outputs are
   src[0].convertTo(bytes, CV_8U, 255.0 / kRange, -kMin * 255.0 / kRange);
   cv::applyColorMap(bytes, dst[0], cv::COLORMAP_HOT);
+}
+
+// The same, brought to three planes of float samples in the window, as the operation gives
+// them.
+void CvFalseColorToFloat(const std::vector<cv::Mat>& src, std::vector<cv::Mat>& dst) {
+  static cv::Mat bytes, painted;
+  static std::vector<cv::Mat> planes(3);
+  src[0].convertTo(bytes, CV_8U, 255.0 / kRange, -kMin * 255.0 / kRange);
+  cv::applyColorMap(bytes, painted, cv::COLORMAP_HOT);
+  cv::split(painted, planes);
+  dst.resize(3);
+  for (int k = 0; k < 3; ++k) planes[k].convertTo(dst[k], CV_32F, kRange / 255.0, kMin);
 }
 
 void LabEnhance(COrbImage& dst, COrbImage* src) {
@@ -221,10 +243,12 @@ const int kRegistered = [] {
     RegisterCv(Named("BM_CvBuildAndMultiplyHanning", planes), planes, CvWindowingBuilt);
     Register(Named("BM_HstEql", planes), planes, Equalize);
     RegisterCv(Named("BM_CvConvertToEqualizeHist", planes), planes, CvEqualize);
+    RegisterCv(Named("BM_CvEqualizeHistToFloat", planes), planes, CvEqualizeToFloat);
   }
   Register("BM_FalseColor/grey", 1, FalseColor);
   Register("BM_FalseColorCubehelix/grey", 1, FalseColorCubehelix);
   RegisterCv("BM_CvApplyColorMap/grey", 1, CvFalseColor);
+  RegisterCv("BM_CvApplyColorMapToFloat/grey", 1, CvFalseColorToFloat);
   Register("BM_LabColorEnhance/colour", 3, LabEnhance);
   RegisterCv("BM_CvCvtColorLabAndBack/colour", 3, CvLab);
   Register("BM_ColorBalance/colour", 3, Balance);
