@@ -23,9 +23,10 @@ QRN_WIDE_TARGET void MapRowWide(const float* s, float* d, int w, const F& f) {
   MapRow(s, d, w, f);
 }
 
-// Writes f(v) of every sample of a plane of src into the same plane of dst, in line order.
+// Writes f(v) of every sample of a plane of src into the same plane of dst, in line order,
+// `units` progress units per line.
 template <class F>
-void MapPlane(COrbImage& dst, const COrbImage& src, int plane, F f) {
+void MapPlane(COrbImage& dst, const COrbImage& src, int plane, F f, int units = 1) {
   const int w = src.GetWidth();
   const bool wide = qrn::simd::WideVectors();
   for (int y = 0; y < src.GetHeight(); ++y) {
@@ -33,7 +34,7 @@ void MapPlane(COrbImage& dst, const COrbImage& src, int plane, F f) {
     float* d = dst.GetImageAdr(0, y, plane, 0);
     if (wide) MapRowWide(s, d, w, f);
     else MapRow(s, d, w, f);
-    dst.ShowProgress(1);
+    dst.ShowProgress(units);
   }
 }
 
@@ -66,10 +67,18 @@ void CImgNormalize::Do(COrbImage* src, float* mean, float* sigma, int progress) 
     const double mu = sum / count;
     // Rounding can leave a constant plane's variance slightly negative.
     const double sd = std::sqrt(std::fmax(squares / count - mu * mu, 0.0));
-    if (mean) NormalizeAve(src, p, mean[p] - mu);
-    if (sigma) {
-      const double factor = sd > 0.0 ? sigma[p] / sd : 1.0;
-      NormalizeSigma(mean ? this : src, p, mean ? mean[p] : mu, factor);
+    const double factor = sigma && sd > 0.0 ? sigma[p] / sd : 1.0;
+    if (mean && sigma) {
+      // The shift, stored as float, then the scaling: both steps on each sample in one pass,
+      // which gives the bits of the two passes one after the other.
+      const double shift = mean[p] - mu, center = mean[p];
+      MapPlane(*this, *src, p, [shift, center, factor](double v) {
+        return (static_cast<double>(static_cast<float>(v + shift)) - center) * factor + center;
+      }, 2);
+    } else if (mean) {
+      NormalizeAve(src, p, mean[p] - mu);
+    } else {
+      NormalizeSigma(src, p, mu, factor);
     }
   }
   ShowProgressEnd(nullptr);

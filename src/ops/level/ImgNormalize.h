@@ -10,7 +10,9 @@
 /// Contract: mean and sigma hold one float per plane, either may be null (both null: nothing
 /// is done). The target has src's geometry (src may be the target), otherwise nothing is
 /// written. A constant plane (σ = 0) cannot be scaled and only receives the shift. Planes and
-/// lines run in order on the calling thread. Progress title 6197, one unit per line and pass.
+/// lines run in order on the calling thread. With both, the shift (stored as float) and the
+/// scaling are applied to each sample in one pass. Progress title 6197, one unit per line and
+/// step (the sums, the shift, the scaling).
 class CImgNormalize : public COrbImage {
  public:
   void Do(COrbImage* src, float* mean, float* sigma, int progress);
