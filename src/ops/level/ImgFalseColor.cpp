@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstring>
 #include <numbers>
+#include <type_traits>
 
 #include "kernels/Vec4.h"
 #include "kernels/VecCos.h"
@@ -294,29 +295,27 @@ PaintRowFn PickCycles(bool wide, bool cycles, bool stream) {
   return cycles ? PickWidth<kScheme, true>(wide, stream) : PickWidth<kScheme, false>(wide, stream);
 }
 
-PaintRowFn PickRow(int scheme, bool wide, bool cycles, bool stream) {
+// f(std::integral_constant<int, scheme>()) for the six schemes; any other scheme is grey (−1).
+template <class F>
+decltype(auto) WithScheme(int scheme, F&& f) {
   switch (scheme) {
-    case 0: return PickCycles<0>(wide, cycles, stream);
-    case 1: return PickCycles<1>(wide, cycles, stream);
-    case 2: return PickCycles<2>(wide, cycles, stream);
-    case 3: return PickCycles<3>(wide, cycles, stream);
-    case 4: return PickCycles<4>(wide, cycles, stream);
-    case 5: return PickCycles<5>(wide, cycles, stream);
-    default: return PickCycles<-1>(wide, cycles, stream);
+    case 0: return f(std::integral_constant<int, 0>());
+    case 1: return f(std::integral_constant<int, 1>());
+    case 2: return f(std::integral_constant<int, 2>());
+    case 3: return f(std::integral_constant<int, 3>());
+    case 4: return f(std::integral_constant<int, 4>());
+    case 5: return f(std::integral_constant<int, 5>());
+    default: return f(std::integral_constant<int, -1>());
   }
+}
+
+PaintRowFn PickRow(int scheme, bool wide, bool cycles, bool stream) {
+  return WithScheme(scheme, [&](auto s) { return PickCycles<decltype(s)::value>(wide, cycles, stream); });
 }
 
 // GetFalseColor's map for a scheme known only at run time.
 void ColorOf(double v, int scheme, int cycles, double* c) {
-  switch (scheme) {
-    case 0: return FalseColorOf<0>(v, cycles, c);
-    case 1: return FalseColorOf<1>(v, cycles, c);
-    case 2: return FalseColorOf<2>(v, cycles, c);
-    case 3: return FalseColorOf<3>(v, cycles, c);
-    case 4: return FalseColorOf<4>(v, cycles, c);
-    case 5: return FalseColorOf<5>(v, cycles, c);
-    default: return FalseColorOf<-1>(v, cycles, c);
-  }
+  WithScheme(scheme, [&](auto s) { FalseColorOf<decltype(s)::value>(v, cycles, c); });
 }
 
 }  // namespace
