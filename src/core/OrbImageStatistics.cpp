@@ -385,7 +385,8 @@ void CountLine(const COrbImage& img, const BinSampling& b, int source, int y, in
     const float* r = img.GetImageAdr(0, y, 0);
     const float* g = img.GetImageAdr(0, y, 1);
     const float* bl = img.GetImageAdr(0, y, 2);
-    for (int x = b.left; x < b.right; x += b.stepX) tally(COrbImage::CalcLuminance(b.factor, b.offset, r[x], g[x], bl[x]));
+    for (int x = b.left; x < b.right; x += b.stepX)
+      tally(COrbImage::CalcLuminance(b.factor, b.offset, r[x], g[x], bl[x]));
   }
 }
 
@@ -428,7 +429,8 @@ int HistogramPass(COrbImage& img, int* const* bins, const int* source, int slots
   }
   const int lines = bottom > top ? (bottom - top + stepY - 1) / stepY : 0;
   const int columns = right > left ? (right - left + stepX - 1) / stepX : 0;
-  BinSampling sampling{left, right, stepX, count, low, high, count / (high - low), false, qrn::simd::WideVectors(), {}, {}};
+  BinSampling sampling{left, right, stepX, count, low, high, count / (high - low),
+                       false, qrn::simd::WideVectors(), {}, {}};
   sampling.finite = std::isfinite(low) && std::isfinite(high) && std::isfinite(sampling.scale);
   img.GetLuminanceScale(sampling.factor, sampling.offset);
 
