@@ -79,7 +79,7 @@ Plane MakeResponse(std::mt19937& rng) {
 }
 
 // Sky gradient, a faint nebula and stars with a Moffat profile (beta 2.5, FWHM 3.2 px).
-Plane MakeScene(std::mt19937& rng, double dx, double dy) {
+Plane MakeScene(double dx, double dy) {
   Plane scene(std::size_t(kWidth) * kHeight);
   for (int y = 0; y < kHeight; ++y)
     for (int x = 0; x < kWidth; ++x) {
@@ -102,7 +102,6 @@ Plane MakeScene(std::mt19937& rng, double dx, double dy) {
         scene[std::size_t(y) * kWidth + x] += float(peak * std::pow(1.0 + d2, -beta));
       }
   }
-  (void)rng;
   return scene;
 }
 
@@ -168,102 +167,171 @@ void SkySlope(COrbImage& img, double* gx, double* gy) {
   *gy = (median(0, kHeight - qy, kWidth, kHeight) - median(0, 0, kWidth, qy)) / double(kHeight - qy);
 }
 
-class CClock {
+// The frames of the night: master bias, darks at two temperatures, flat, and the lights.
+struct Session {
+  std::unique_ptr<COrbImage> bias, darks[2], flat, lights[kLights];
+};
+
+Session MakeSession() {
+  std::mt19937 rng(20240301);
+  const Plane biasLevel = MakeBias(rng), darkRate = MakeDarkRate(rng), response = MakeResponse(rng);
+  Session night;
+  night.bias = Expose(rng, [](std::size_t) { return 0.0; }, biasLevel, kMasterNoise);
+  Describe(*night.bias, "Bias Frame", 0.0, kLightTemp, 0);
+  for (int k = 0; k < 2; ++k) {
+    const double scale = DarkScale(kDarkTemps[k]);
+    night.darks[k] = Expose(rng, [&](std::size_t i) { return darkRate[i] * scale; }, biasLevel, kMasterNoise);
+    Describe(*night.darks[k], "Dark Frame", kExposure, kDarkTemps[k], 1 + k);
+  }
+  night.flat = Expose(rng, [&](std::size_t i) { return 25000.0 * response[i]; }, biasLevel, kMasterNoise);
+  Describe(*night.flat, "Flat Field", 2.0, kLightTemp, 3);
+  for (int k = 0; k < kLights; ++k) {
+    const Plane scene = MakeScene(3.0 * k, -2.0 * k);
+    night.lights[k] = Expose(rng, [&](std::size_t i) { return scene[i] * response[i] + darkRate[i]; }, biasLevel, 1.0);
+    Describe(*night.lights[k], "Light Frame", kExposure, kLightTemp, 4 + k);
+  }
+  return night;
+}
+
+// The output folder: FITS files of float samples and 8-bit PNG previews.
+struct Folder {
+  fs::path dir;
+
+  std::string Path(const std::string& name) const { return (dir / name).string(); }
+  void Save(const std::string& name, COrbImage& img) const { qrnio::WriteImage(Path(name), img, -32, true, {}); }
+  // Linear frames are shown around the sky (mode and sky-noise width) so that vignetting,
+  // dust and gradient stay visible; the developed frame, whose stars are compressed, by
+  // percentiles: the sky just above black, the brightest 0.3 % saturated.
+  void Preview(const std::string& name, COrbImage& img, bool developed) const {
+    if (developed)
+      qrncmd::ApplyLevels(img, "normal", 0.02, 0.997);
+    else
+      qrncmd::ApplyLevels(img, "histogram", 3.0, 12.0);
+    qrnio::WriteRendering(Path(name), img, 8, {});
+  }
+};
+
+void SaveRawFrames(const Folder& out, Session& night) {
+  out.Save("raw/bias.fits", *night.bias);
+  out.Save("raw/dark_m15C.fits", *night.darks[0]);
+  out.Save("raw/dark_m05C.fits", *night.darks[1]);
+  out.Save("raw/flat.fits", *night.flat);
+  for (int k = 0; k < kLights; ++k) out.Save("raw/light_" + std::to_string(k + 1) + ".fits", *night.lights[k]);
+}
+
+// The sky of light 1 after one stage, as the report shows it.
+struct SkyRow {
+  const char* stage;
+  qrncmd::CPlaneStats stats;
+  double spread;
+};
+SkyRow MeasureSky(const char* stage, COrbImage& img) { return {stage, qrncmd::MeasurePlane(img, 0), SkySpread(img)}; }
+
+// Times the steps as they end, notes each, and keeps their lines for the report.
+class CStepLog {
  public:
-  double Lap() {
-    const auto now = std::chrono::steady_clock::now();
-    const double s = std::chrono::duration<double>(now - m_last).count();
-    m_last = now;
-    return s;
+  explicit CStepLog(const CContext& ctx) : m_ctx(ctx) {}
+
+  void Done(const char* what) {
+    m_table << Line(what, Lap(m_last));
+    m_ctx.Note(std::string("demo: ") + what);
+    CCancel::ThrowIfCancelled();
+  }
+  std::string Table() {
+    auto start = m_start;
+    return m_table.str() + "  " + std::string(48, '-') + "\n" + Line("total", Lap(start));
   }
 
  private:
-  std::chrono::steady_clock::time_point m_last = std::chrono::steady_clock::now();
+  using Clock = std::chrono::steady_clock;
+  static double Lap(Clock::time_point& since) {
+    const auto now = Clock::now();
+    const double seconds = std::chrono::duration<double>(now - since).count();
+    since = now;
+    return seconds;
+  }
+  static std::string Line(const char* what, double seconds) {
+    char line[128];
+    std::snprintf(line, sizeof line, "  %-48s %7.2f s\n", what, seconds);
+    return line;
+  }
+
+  const CContext& m_ctx;
+  Clock::time_point m_start = Clock::now(), m_last = m_start;
+  std::ostringstream m_table;
 };
+
+std::string Report(const std::string& steps, const std::vector<SkyRow>& sky) {
+  std::ostringstream report;
+  report << "qrn demo: a synthetic observing session, " << kWidth << " x " << kHeight << " pixels\n\nsteps\n"
+         << steps << "\nlight 1 (sky background)      noise (ADU)   sky spread (ADU)   median (ADU)\n";
+  for (const SkyRow& row : sky) {
+    char line[128];
+    std::snprintf(line, sizeof line, "  %-26s  %9.2f   %16.1f   %12.1f\n", row.stage, row.stats.noise, row.spread,
+                  row.stats.median);
+    report << line;
+  }
+  report << "\nnoise: standard deviation about the median, 3-sigma clipped, whole frame;\n"
+            "sky spread: largest minus smallest median of a 4 x 4 grid of tiles (vignetting,\n"
+            "dust and gradient show here). The interpolated dark is linear in temperature while\n"
+            "dark current doubles every 6 C, so hot pixels keep a small residual.\n\n"
+            "files: raw/*.fits (bias, darks at -15 C and -5 C, flat, lights), calibrated_*.fits,\n"
+            "gradient_removed.fits, developed.fits, before.png, calibrated.png, after.png\n";
+  return report.str();
+}
+
+void WriteText(const std::string& path, const std::string& text) {
+  COutputFile out(path);
+  {
+    std::ofstream f(out.TempPath());
+    f << text;
+    if (!f) throw CQrnError(path, "cannot write");
+  }
+  out.Commit();
+}
 
 }  // namespace
 
 int RunDemo(const Arguments& argv, CContext& ctx) {
   CArgs args(argv, {"-o", "--output"}, {});
   args.ExpectPositional(0, 0, "qrn demo [-o DIR]");
-  const std::string dir = args.Get("-o", args.Get("--output", "qrn-demo"));
-  EnsureWritableFolder(dir);
-  EnsureWritableFolder((fs::path(dir) / "raw").string());
-  auto path = [&](const std::string& name) { return (fs::path(dir) / name).string(); };
-  auto save = [&](const std::string& name, COrbImage& img) { qrnio::WriteImage(path(name), img, -32, true, {}); };
-  // Linear frames are shown around the sky (mode and sky-noise width) so that vignetting,
-  // dust and gradient stay visible; the developed frame, whose stars are compressed, by
-  // percentiles: the sky just above black, the brightest 0.3 % saturated.
-  auto preview = [&](const std::string& name, COrbImage& img, bool developed) {
-    if (developed)
-      qrncmd::ApplyLevels(img, "normal", 0.02, 0.997);
-    else
-      qrncmd::ApplyLevels(img, "histogram", 3.0, 12.0);
-    qrnio::WriteRendering(path(name), img, 8, {});
-  };
-  std::ostringstream report;
-  CClock clock, total;
-  char line[1024];
-  auto step = [&](const char* what) {
-    std::snprintf(line, sizeof line, "  %-48s %7.2f s\n", what, clock.Lap());
-    report << line;
-    ctx.Note(std::string("demo: ") + what);
-    CCancel::ThrowIfCancelled();
-  };
-  report << "qrn demo: a synthetic observing session, " << kWidth << " x " << kHeight << " pixels\n\nsteps\n";
+  const Folder out{args.Get("-o", args.Get("--output", "qrn-demo"))};
+  EnsureWritableFolder(out.dir.string());
+  EnsureWritableFolder(out.Path("raw"));
+  CStepLog steps(ctx);
+  std::vector<SkyRow> sky;
 
   // 1. The session.
-  std::mt19937 rng(20240301);
-  const Plane biasLevel = MakeBias(rng), darkRate = MakeDarkRate(rng), response = MakeResponse(rng);
-  auto bias = Expose(rng, [](std::size_t) { return 0.0; }, biasLevel, kMasterNoise);
-  Describe(*bias, "Bias Frame", 0.0, kLightTemp, 0);
-  std::unique_ptr<COrbImage> darks[2];
-  for (int k = 0; k < 2; ++k) {
-    const double scale = DarkScale(kDarkTemps[k]);
-    darks[k] = Expose(rng, [&](std::size_t i) { return darkRate[i] * scale; }, biasLevel, kMasterNoise);
-    Describe(*darks[k], "Dark Frame", kExposure, kDarkTemps[k], 1 + k);
-  }
-  auto flat = Expose(rng, [&](std::size_t i) { return 25000.0 * response[i]; }, biasLevel, kMasterNoise);
-  Describe(*flat, "Flat Field", 2.0, kLightTemp, 3);
-  std::unique_ptr<COrbImage> lights[kLights];
-  for (int k = 0; k < kLights; ++k) {
-    const Plane scene = MakeScene(rng, 3.0 * k, -2.0 * k);
-    lights[k] = Expose(rng, [&](std::size_t i) { return scene[i] * response[i] + darkRate[i]; }, biasLevel, 1.0);
-    Describe(*lights[k], "Light Frame", kExposure, kLightTemp, 4 + k);
-  }
-  step("synthetic frames made");
-  save("raw/bias.fits", *bias);
-  save("raw/dark_m15C.fits", *darks[0]);
-  save("raw/dark_m05C.fits", *darks[1]);
-  save("raw/flat.fits", *flat);
-  for (int k = 0; k < kLights; ++k) save("raw/light_" + std::to_string(k + 1) + ".fits", *lights[k]);
-  step("raw frames written (FITS)");
-  for (auto* img : {bias.get(), darks[0].get(), darks[1].get(), flat.get()}) img->SetProgressHandle(ctx.Window());
+  Session night = MakeSession();
+  steps.Done("synthetic frames made");
+  SaveRawFrames(out, night);
+  steps.Done("raw frames written (FITS)");
+  for (auto* img : {night.bias.get(), night.darks[0].get(), night.darks[1].get(), night.flat.get()})
+    img->SetProgressHandle(ctx.Window());
 
   // 2. Calibration: a dark for the lights' temperature, the bias off the flat, then both.
-  auto& dark = static_cast<CImgDark&>(*darks[0]);
-  dark.DoInterpolateByScore(darks[1].get(), kLightTemp, kDarkTemps[0], kDarkTemps[1], 1);
-  step("dark interpolated to -10 C");
-  flat->DarkClbrtn(bias.get(), 1);
-  flat->CalcMinMax();
-  float flatMin[3] = {flat->GetMinPixel(0)}, flatMax[3] = {flat->GetMaxPixel(0)}, flatMean[3] = {flat->GetAvrGrayRaw(0)};
-  const auto rawStats = qrncmd::MeasurePlane(*lights[0], 0);
-  const double rawSpread = SkySpread(*lights[0]);
-  preview("before.png", *lights[0], false);
-  step("raw preview written");
+  auto& dark = static_cast<CImgDark&>(*night.darks[0]);
+  dark.DoInterpolateByScore(night.darks[1].get(), kLightTemp, kDarkTemps[0], kDarkTemps[1], 1);
+  steps.Done("dark interpolated to -10 C");
+  COrbImage& flat = *night.flat;
+  flat.DarkClbrtn(night.bias.get(), 1);
+  flat.CalcMinMax();
+  float flatMin[3] = {flat.GetMinPixel(0)}, flatMax[3] = {flat.GetMaxPixel(0)}, flatMean[3] = {flat.GetAvrGrayRaw(0)};
+  sky.push_back(MeasureSky("raw", *night.lights[0]));
+  out.Preview("before.png", *night.lights[0], false);
+  steps.Done("raw preview written");
   std::unique_ptr<COrbImage> calibrated[kLights];
   for (int k = 0; k < kLights; ++k) {
-    lights[k]->SetProgressHandle(ctx.Window());
-    calibrated[k] = lights[k]->Clone(ctx.Window());
+    night.lights[k]->SetProgressHandle(ctx.Window());
+    calibrated[k] = night.lights[k]->Clone(ctx.Window());
     calibrated[k]->SetProgressHandle(ctx.Window());
-    calibrated[k]->DarkFlat(lights[k].get(), &dark, flat.get(), flatMin, flatMax, flatMean, 0.0f, 0.0, nullptr, 1);
+    calibrated[k]->DarkFlat(night.lights[k].get(), &dark, &flat, flatMin, flatMax, flatMean, 0.0f, 0.0, nullptr, 1);
     CCancel::ThrowIfCancelled();
-    save("calibrated_" + std::to_string(k + 1) + ".fits", *calibrated[k]);
+    out.Save("calibrated_" + std::to_string(k + 1) + ".fits", *calibrated[k]);
   }
-  step("lights calibrated (dark and flat) and written");
+  steps.Done("lights calibrated (dark and flat) and written");
   COrbImage& work = *calibrated[0];
-  const auto calStats = qrncmd::MeasurePlane(work, 0);
-  const double calSpread = SkySpread(work);
+  sky.push_back(MeasureSky("dark and flat calibrated", work));
 
   // 3. The sky gradient, measured from strip medians and removed about the centre.
   double gx[3] = {0, 0, 0}, gy[3] = {0, 0, 0}, level[3] = {0, 0, 0}, floor[3] = {0, 0, 0};
@@ -272,44 +340,21 @@ int RunDemo(const Arguments& argv, CContext& ctx) {
   flattened->SetProgressHandle(ctx.Window());
   static_cast<CImgFlat&>(*flattened).DoFlatPoint(&work, gx, gy, level, floor, 0, nullptr, 1);
   CCancel::ThrowIfCancelled();
-  const auto flatStats = qrncmd::MeasurePlane(*flattened, 0);
-  const double flatSpread = SkySpread(*flattened);
-  save("gradient_removed.fits", *flattened);
-  step("sky gradient removed and written");
+  sky.push_back(MeasureSky("gradient removed", *flattened));
+  out.Save("gradient_removed.fits", *flattened);
+  steps.Done("sky gradient removed and written");
 
   // 4. Levels and digital development.
-  preview("calibrated.png", *flattened, false);
+  out.Preview("calibrated.png", *flattened, false);
   qrncmd::CDevelopParams dev;
   dev.sigma = 3.0;
   qrncmd::Develop(*flattened, dev, ctx);
-  save("developed.fits", *flattened);
-  preview("after.png", *flattened, true);
-  step("levels, digital development, previews");
+  out.Save("developed.fits", *flattened);
+  out.Preview("after.png", *flattened, true);
+  steps.Done("levels, digital development, previews");
 
-  report << "  " << std::string(48, '-') << "\n";
-  std::snprintf(line, sizeof line, "  %-48s %7.2f s\n\n", "total", total.Lap());
-  report << line;
-  std::snprintf(line, sizeof line,
-                "light 1 (sky background)      noise (ADU)   sky spread (ADU)   median (ADU)\n"
-                "  raw                         %9.2f   %16.1f   %12.1f\n"
-                "  dark and flat calibrated    %9.2f   %16.1f   %12.1f\n"
-                "  gradient removed            %9.2f   %16.1f   %12.1f\n",
-                rawStats.noise, rawSpread, rawStats.median, calStats.noise, calSpread, calStats.median,
-                flatStats.noise, flatSpread, flatStats.median);
-  report << line;
-  report << "\nnoise: standard deviation about the median, 3-sigma clipped, whole frame;\n"
-            "sky spread: largest minus smallest median of a 4 x 4 grid of tiles (vignetting,\n"
-            "dust and gradient show here). The interpolated dark is linear in temperature while\n"
-            "dark current doubles every 6 C, so hot pixels keep a small residual.\n\n"
-            "files: raw/*.fits (bias, darks at -15 C and -5 C, flat, lights), calibrated_*.fits,\n"
-            "gradient_removed.fits, developed.fits, before.png, calibrated.png, after.png\n";
-  COutputFile out(path("report.txt"));
-  {
-    std::ofstream f(out.TempPath());
-    f << report.str();
-    if (!f) throw CQrnError(path("report.txt"), "cannot write");
-  }
-  out.Commit();
-  if (!ctx.quiet) std::fputs(report.str().c_str(), stdout);
+  const std::string report = Report(steps.Table(), sky);
+  WriteText(out.Path("report.txt"), report);
+  if (!ctx.quiet) std::fputs(report.c_str(), stdout);
   return 0;
 }
