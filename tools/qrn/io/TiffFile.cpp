@@ -3,6 +3,7 @@
 
 #include <tiffio.h>
 
+#include <climits>
 #include <cstdarg>
 #include <cstring>
 #include <vector>
@@ -71,7 +72,14 @@ CLoadedImage CTiffFile::Read(const std::string& path) {
     throw CQrnError(path, "unsupported TIFF sample layout: " + std::to_string(spp) + " samples per pixel");
   uint16_t photometric = PHOTOMETRIC_MINISBLACK;
   TIFFGetFieldDefaulted(h.t, TIFFTAG_PHOTOMETRIC, &photometric);
-  if (photometric == PHOTOMETRIC_PALETTE) throw CQrnError(path, "unsupported TIFF layout: palette colour");
+  // Samples are taken as they are stored: grey levels, or red, green and blue. Other colour
+  // models (palette, YCbCr, CIELab, separated inks) would need a conversion and are refused.
+  const bool grey = photometric == PHOTOMETRIC_MINISBLACK || photometric == PHOTOMETRIC_MINISWHITE;
+  if (!(grey && colour == 1) && !(photometric == PHOTOMETRIC_RGB && colour == 3))
+    throw CQrnError(path, "unsupported TIFF colour model: photometric interpretation " + std::to_string(photometric) +
+                              " with " + std::to_string(colour) + " colour samples (grey and RGB are read)");
+  if (w > uint32_t(INT_MAX) || height > uint32_t(INT_MAX))
+    throw CQrnError(path, "unsupported TIFF size: " + std::to_string(w) + " x " + std::to_string(height));
 
   CLoadedImage out;
   out.format = "TIFF";
@@ -80,6 +88,8 @@ CLoadedImage CTiffFile::Read(const std::string& path) {
   auto img = qrnio::MakeStoredImage(path, bits, bits < 0, int(w), int(height), colour);
   const int bytes = bps / 8;
   std::vector<unsigned char> line(TIFFScanlineSize(h.t));
+  const std::size_t lineSamples = config == PLANARCONFIG_CONTIG ? std::size_t(spp) : 1;
+  if (line.size() < std::size_t(w) * lineSamples * bytes) Fail(path, "inconsistent TIFF line size");
   const bool invert = photometric == PHOTOMETRIC_MINISWHITE && bits > 0;
   const uint32_t maxValue = bits == 8 ? 0xff : 0xffff;
   auto store = [&](int p, uint32_t y, const unsigned char* src, int step) {
