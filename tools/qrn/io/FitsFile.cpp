@@ -4,7 +4,9 @@
 #include <fitsio.h>
 #include <unistd.h>
 
+#include <climits>
 #include <cstdlib>
+#include <filesystem>
 #include <cstring>
 #include <vector>
 
@@ -108,6 +110,21 @@ void FindImage(fitsfile* f, const std::string& path) {
   throw CQrnError(path, "no image in this FITS file");
 }
 
+// Refuses a plain image whose header promises more data than the file holds, before any
+// memory is taken for it. (A tile-compressed image keeps its data in a table that cfitsio
+// checks as it reads.)
+void CheckDataSize(fitsfile* f, const std::string& path, long long dataBytes) {
+  int status = 0;
+  if (fits_is_compressed_image(f, &status) || status) return;
+  LONGLONG headStart = 0, dataStart = 0, dataEnd = 0;
+  if (fits_get_hduaddrll(f, &headStart, &dataStart, &dataEnd, &status)) return;
+  std::error_code error;
+  const auto fileBytes = std::filesystem::file_size(path, error);
+  if (!error && dataStart + dataBytes > (long long)fileBytes)
+    throw CQrnError(path, "truncated FITS data: the header promises " + std::to_string(dataBytes) +
+                              " bytes of samples, the file holds " + std::to_string((long long)fileBytes - dataStart));
+}
+
 template <class T>
 void ReadPlanes(fitsfile* f, int datatype, COrbImage& image, const std::string& path) {
   const int w = image.GetWidth(), h = image.GetHeight();
@@ -152,13 +169,15 @@ CLoadedImage CFitsFile::Read(const std::string& path) {
   if (status) Fail(path, "cannot read the image parameters", status);
   if (bitpix != 8 && bitpix != 16 && bitpix != 32 && bitpix != -32 && bitpix != -64)
     throw CQrnError(path, "unsupported BITPIX " + std::to_string(bitpix) + " (8, 16, 32, -32, -64 are read)");
-  int planes = 1;
-  if (naxis == 3) planes = int(naxes[2]);
-  if (naxis > 3 || (planes != 1 && planes != 3))
-    throw CQrnError(path, "unsupported layout: " + std::to_string(naxis) + " axes with " + std::to_string(planes) +
+  const long planeAxis = naxis == 3 ? naxes[2] : 1;
+  if (naxis > 3 || (planeAxis != 1 && planeAxis != 3))
+    throw CQrnError(path, "unsupported layout: " + std::to_string(naxis) + " axes with " + std::to_string(planeAxis) +
                               " planes (2-D images and cubes of 1 or 3 planes are read)");
   if (naxes[0] <= 0 || naxes[1] <= 0) throw CQrnError(path, "empty image");
-  const int w = int(naxes[0]), height = int(naxes[1]);
+  if (naxes[0] > INT_MAX || naxes[1] > INT_MAX)
+    throw CQrnError(path, "unsupported size: " + std::to_string(naxes[0]) + " x " + std::to_string(naxes[1]));
+  const int w = int(naxes[0]), height = int(naxes[1]), planes = int(planeAxis);
+  CheckDataSize(h.f, path, (long long)w * height * planes * (std::abs(bitpix) / 8));
 
   CLoadedImage out;
   out.format = "FITS";
