@@ -99,23 +99,36 @@ std::vector<double> ReadPng(const std::string& path, int* depth, int* channels) 
   return v;
 }
 
-void WritePng16(const std::string& path, int w, int h, const std::vector<double>& v) {
+// A 16-bit grey PNG, interlaced (Adam7) when asked, with an optional international text
+// chunk (iTXt) of the given key and text.
+void WritePng16(const std::string& path, int w, int h, const std::vector<double>& v, bool interlaced = false,
+                const std::string& key = "", const std::string& text = "") {
   FILE* f = std::fopen(path.c_str(), "wb");
   png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
   png_infop info = png_create_info_struct(png);
   png_init_io(png, f);
-  png_set_IHDR(png, info, w, h, 16, PNG_COLOR_TYPE_GRAY, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
-               PNG_FILTER_TYPE_DEFAULT);
+  png_set_IHDR(png, info, w, h, 16, PNG_COLOR_TYPE_GRAY, interlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE,
+               PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+  if (!key.empty()) {
+    png_text chunk = {};
+    chunk.compression = PNG_ITXT_COMPRESSION_NONE;
+    chunk.key = const_cast<char*>(key.c_str());
+    chunk.text = const_cast<char*>(text.c_str());
+    chunk.itxt_length = text.size();
+    png_set_text(png, info, &chunk, 1);
+  }
   png_write_info(png, info);
-  std::vector<unsigned char> row(std::size_t(w) * 2);
+  std::vector<unsigned char> image(std::size_t(w) * h * 2);
+  std::vector<png_bytep> rows(static_cast<std::size_t>(h));
   for (int y = 0; y < h; ++y) {
+    rows[std::size_t(y)] = &image[std::size_t(y) * w * 2];
     for (int x = 0; x < w; ++x) {
       const unsigned s = unsigned(v[std::size_t(y) * w + x]);
-      row[2 * x] = static_cast<unsigned char>(s >> 8);  // PNG samples are big-endian
-      row[2 * x + 1] = static_cast<unsigned char>(s);
+      rows[std::size_t(y)][2 * x] = static_cast<unsigned char>(s >> 8);  // PNG samples are big-endian
+      rows[std::size_t(y)][2 * x + 1] = static_cast<unsigned char>(s);
     }
-    png_write_row(png, row.data());
   }
+  png_write_image(png, rows.data());  // every pass of an interlaced file
   png_write_end(png, info);
   png_destroy_write_struct(&png, &info);
   std::fclose(f);
@@ -211,6 +224,18 @@ TEST_F(FormatTest, PngSixteenBitInEightBitOutAndKeywords) {
     EXPECT_EQ(out.values, values);
     ExpectKeys(out);
   }
+}
+
+TEST_F(FormatTest, PngInterlacedWithInternationalTextIsRead) {
+  // Seven passes over an odd size, so that every pass has rows and some have none.
+  const auto values = Ramp(9, 7, 1, 250.0, 5.0);
+  WritePng16(P("adam7.png"), 9, 7, values, true, "qrn header", "EXPTIME\t120.5\texposure (s)\n");
+  const Result r = Run({"convert", P("adam7.png"), "-o", P("out.fits")});
+  ASSERT_EQ(r.rc, 0) << r.err;
+  const FitsData out = ReadFits(P("out.fits"));
+  EXPECT_EQ(out.values, values);
+  ASSERT_EQ(out.keys.count("EXPTIME"), 1u);
+  EXPECT_EQ(std::stod(out.keys.at("EXPTIME")), 120.5);
 }
 
 TEST_F(FormatTest, BmpGreyAndColourDecodedByAnIndependentReader) {

@@ -58,6 +58,9 @@ CLoadedImage CPngFile::Read(const std::string& path) {
   if (type == PNG_COLOR_TYPE_GRAY && depth < 8) png_set_expand_gray_1_2_4_to_8(png);
   if (type & PNG_COLOR_MASK_ALPHA) png_set_strip_alpha(png);
   if (depth == 16) png_set_swap(png);  // file order is big-endian
+  // Interlaced files need every pass; the library handles that when all rows are read in
+  // turn, and it must know before it updates the row layout.
+  const int passes = png_set_interlace_handling(png);
   png_read_update_info(png, info);
   const int w = int(png_get_image_width(png, info)), h = int(png_get_image_height(png, info));
   const int channels = png_get_channels(png, info);
@@ -65,8 +68,6 @@ CLoadedImage CPngFile::Read(const std::string& path) {
   img = qrnio::MakeStoredImage(path, bits, false, w, h, channels >= 3 ? 3 : 1);
   const int planes = img->GetPlanes(), bytes = bits / 8;
   row.resize(png_get_rowbytes(png, info));
-  // Interlaced files need every pass; the library handles that when all rows are read in turn.
-  const int passes = png_set_interlace_handling(png);
   for (int pass = 0; pass < passes; ++pass) {
     for (int y = 0; y < h; ++y) {
       if (passes > 1) {
@@ -89,7 +90,7 @@ CLoadedImage CPngFile::Read(const std::string& path) {
   png_get_text(png, info, &text, &count);
   for (int i = 0; i < count; ++i)
     if (std::strcmp(text[i].key, qrnio::kHeaderTextKey) == 0 && text[i].text)
-      qrnio::HeaderFromText(std::string(text[i].text, text[i].text_length), img->GetHeader());
+      qrnio::HeaderFromText(text[i].text, img->GetHeader());  // tEXt, zTXt and iTXt alike end in a NUL
   png_destroy_read_struct(&png, &info, nullptr);
 
   CLoadedImage out;
