@@ -2,6 +2,8 @@
 // left behind, inputs untouched.
 #include <tiffio.h>
 
+#include <cstring>
+
 #include "CliSupport.h"
 
 using namespace clitest;
@@ -60,6 +62,60 @@ TEST_F(BadInputTest, UnreadableInputs) {
   ExpectFailure({"convert", P("four.fits"), "-o", P("x.fits")}, "four.fits", "unsupported layout");
   ExpectFailure({"convert", P("signed.tif"), "-o", P("x.fits")}, "signed.tif", "unsupported TIFF sample format");
   ExpectFailure({"info", P("outdir")}, "outdir", "folder");
+}
+
+// A FITS file of header cards only, padded to its 2880-byte block, and the given data bytes.
+void WriteFitsCards(const std::string& path, const std::vector<std::pair<std::string, std::string>>& cards,
+                    std::size_t dataBytes = 0) {
+  std::string header;
+  for (const auto& [name, value] : cards) {
+    char card[81];
+    std::snprintf(card, sizeof card, "%-8s= %20s", name.c_str(), value.c_str());
+    header += std::string(card) + std::string(80 - std::strlen(card), ' ');
+  }
+  header += "END" + std::string(77, ' ');
+  header.resize((header.size() + 2879) / 2880 * 2880, ' ');
+  std::ofstream(path, std::ios::binary) << header << std::string(dataBytes, '\0');
+}
+
+// A 16 x 4 TIFF of 8-bit YCbCr samples, uncompressed, written byte by byte: its default
+// subsampling packs 2 x 2 pixels into 6 bytes, so a line holds fewer bytes than 3 per pixel.
+void WriteYCbCrTiff(const std::string& path) {
+  const uint16_t tags[][2] = {{256, 16}, {257, 4}, {258, 8}, {259, 1}, {262, 6},
+                              {273, 0},  {277, 3}, {278, 4}, {279, 96}};
+  const uint32_t dataOffset = 8 + 2 + 12 * 9 + 4;
+  std::string file = std::string("II*\0", 4) + std::string("\x08\0\0\0", 4);
+  auto put = [&](uint64_t v, int bytes) {
+    for (int i = 0; i < bytes; ++i) file += char((v >> (8 * i)) & 0xff);
+  };
+  put(9, 2);
+  for (const auto& tag : tags) {
+    const bool longValue = tag[0] == 273 || tag[0] == 279;
+    put(tag[0], 2);
+    put(longValue ? 4 : 3, 2);
+    put(1, 4);
+    put(tag[0] == 273 ? dataOffset : tag[1], 4);
+  }
+  put(0, 4);
+  for (int i = 0; i < 96; ++i) file += char(i);
+  std::ofstream(path, std::ios::binary) << file;
+}
+
+TEST_F(BadInputTest, HeadersThatPromiseWhatTheFileCannotHold) {
+  // 3.6 GB of samples announced in a 2880-byte file: refused before any memory is taken.
+  WriteFitsCards(P("huge.fits"),
+                 {{"SIMPLE", "T"}, {"BITPIX", "8"}, {"NAXIS", "2"}, {"NAXIS1", "60000"}, {"NAXIS2", "60000"}});
+  ExpectFailure({"info", P("huge.fits")}, "huge.fits", "truncated");
+  // Axis lengths beyond what an int holds must not wrap into a small image.
+  WriteFitsCards(P("long.fits"),
+                 {{"SIMPLE", "T"}, {"BITPIX", "8"}, {"NAXIS", "2"}, {"NAXIS1", "10"}, {"NAXIS2", "4294967298"}}, 20);
+  ExpectFailure({"info", P("long.fits")}, "long.fits", "unsupported size");
+  WriteFitsCards(P("deep.fits"), {{"SIMPLE", "T"}, {"BITPIX", "8"}, {"NAXIS", "3"}, {"NAXIS1", "2"}, {"NAXIS2", "2"},
+                                  {"NAXIS3", "4294967297"}}, 8);
+  ExpectFailure({"info", P("deep.fits")}, "deep.fits", "unsupported layout");
+  // Colour models other than grey and RGB are refused, not read as if they were RGB.
+  WriteYCbCrTiff(P("ycbcr.tif"));
+  ExpectFailure({"convert", P("ycbcr.tif"), "-o", P("x.fits")}, "ycbcr.tif", "unsupported TIFF colour model");
 }
 
 TEST_F(BadInputTest, CalibrationFramesOfAnotherSize) {
