@@ -226,6 +226,25 @@ TEST_F(FormatTest, PngSixteenBitInEightBitOutAndKeywords) {
   }
 }
 
+TEST_F(FormatTest, FitsStringLongerThanACardSurvivesARoundTrip) {
+  const std::string object = "NGC 7000, the North America Nebula, with the Pelican beside it, in H-alpha light";
+  WriteFits(P("in.fits"), FLOAT_IMG, 4, 3, 1, Ramp(4, 3, 1, 1.0, 0.0));
+  fitsfile* f = nullptr;
+  int status = 0;
+  fits_open_diskfile(&f, P("in.fits").c_str(), READWRITE, &status);
+  fits_write_key_longstr(f, "OBJECT", object.c_str(), "target", &status);
+  fits_close_file(f, &status);
+  ASSERT_EQ(status, 0);
+  ASSERT_EQ(Run({"convert", P("in.fits"), "-o", P("out.fits")}).rc, 0);
+  fits_open_diskfile(&f, P("out.fits").c_str(), READONLY, &status);
+  char* value = nullptr;
+  fits_read_key_longstr(f, "OBJECT", &value, nullptr, &status);
+  ASSERT_EQ(status, 0);
+  EXPECT_EQ(std::string(value), object);
+  fits_free_memory(value, &status);
+  fits_close_file(f, &status);
+}
+
 TEST_F(FormatTest, PngInterlacedWithInternationalTextIsRead) {
   // Seven passes over an odd size, so that every pass has rows and some have none.
   const auto values = Ramp(9, 7, 1, 250.0, 5.0);

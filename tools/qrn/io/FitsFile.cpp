@@ -34,7 +34,7 @@ struct CFitsHandle {
 bool IsStructural(const std::string& name) {
   static const char* const kNames[] = {"SIMPLE", "BITPIX", "EXTEND", "BSCALE", "BZERO", "XTENSION", "PCOUNT",
                                        "GCOUNT", "END", "COMMENT", "HISTORY", "CHECKSUM", "DATASUM", "BLANK",
-                                       "EXTNAME", "EXTVER", "INHERIT", "NEXTEND"};
+                                       "EXTNAME", "EXTVER", "INHERIT", "NEXTEND", "CONTINUE", "LONGSTRN"};
   if (name.empty()) return true;
   for (const char* k : kNames)
     if (name == k) return true;
@@ -58,10 +58,12 @@ void ReadKeywords(fitsfile* f, CHeader& header) {
     if (IsStructural(name)) continue;
     std::string text = value;
     if (!text.empty() && text[0] == '\'') {
-      char plain[FLEN_VALUE] = {};
+      // Dequoted, and joined with the CONTINUE cards of a string longer than one card.
+      char* joined = nullptr;
       int s = 0;
-      fits_read_key_str(f, name, plain, nullptr, &s);  // dequotes and joins long strings
-      text = s == 0 ? plain : text;
+      if (fits_read_key_longstr(f, name, &joined, nullptr, &s) == 0 && joined) text = joined;
+      s = 0;
+      if (joined) fits_free_memory(joined, &s);
     }
     header.SetKeyword(CString::FromUtf8(name), CString::FromUtf8(text), CString::FromUtf8(comment));
   }
@@ -89,7 +91,8 @@ void WriteKeywords(fitsfile* f, const CHeader& header, const std::string& path) 
       card[80] = '\0';
       fits_write_record(f, card, &status);
     } else {
-      fits_update_key_str(f, name.c_str(), value.c_str(), comment.empty() ? nullptr : comment.c_str(), &status);
+      // A string too long for one card continues on CONTINUE cards.
+      ffukls(f, name.c_str(), value.c_str(), comment.empty() ? nullptr : comment.c_str(), &status);
     }
     if (status) Fail(path, "cannot write keyword " + name, status);
   }
