@@ -1,6 +1,7 @@
 // Bitmap files: the 14-byte file header and a packed bitmap.
 #include "io/BmpFile.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
@@ -34,15 +35,28 @@ CLoadedImage CBmpFile::Read(const std::string& path) {
   if (!in) throw CQrnError(path, std::string("cannot open: ") + std::strerror(errno));
   std::vector<unsigned char> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
   if (bytes.size() < kFileHeader + 40 || bytes[0] != 'B' || bytes[1] != 'M') throw CQrnError(path, "not a bitmap file");
+  const std::uint32_t infoSize = Get32(&bytes[kFileHeader]);
+  if (infoSize < 40)
+    throw CQrnError(path, "unsupported bitmap layout: a " + std::to_string(infoSize) +
+                              "-byte information header (40 bytes or more are read)");
   const std::uint16_t bitCount = std::uint16_t(bytes[kFileHeader + 14] | bytes[kFileHeader + 15] << 8);
   const std::uint32_t compression = Get32(&bytes[kFileHeader + 16]);
   if ((bitCount != 8 && bitCount != 24) || compression != 0)
     throw CQrnError(path, "unsupported bitmap layout: " + std::to_string(bitCount) + " bits, compression " +
                               std::to_string(compression) + " (uncompressed 8 and 24 bits are read)");
+  // The packed bitmap holds the information header, the palette entries the pixels use, and
+  // the pixels, which the file may place anywhere after the palette (its pixel offset).
+  const std::uint32_t colorsUsed = Get32(&bytes[kFileHeader + 32]);
+  const std::size_t colors = bitCount == 8 ? (colorsUsed ? std::min<std::uint32_t>(colorsUsed, 256) : 256) : 0;
+  const std::size_t paletteAt = kFileHeader + infoSize, pixelsAt = Get32(&bytes[10]);
+  if (paletteAt + 4 * colors > pixelsAt || pixelsAt > bytes.size())
+    throw CQrnError(path, "truncated or malformed bitmap: pixel offset " + std::to_string(pixelsAt));
   CGlobal dib;
-  dib.h = GlobalAlloc(GHND, bytes.size() - kFileHeader);
+  dib.h = GlobalAlloc(GHND, infoSize + 4 * colors + (bytes.size() - pixelsAt));
   if (!dib.h) throw CQrnError(path, "out of memory");
-  std::memcpy(GlobalLock(dib.h), bytes.data() + kFileHeader, bytes.size() - kFileHeader);
+  auto* packed = static_cast<unsigned char*>(GlobalLock(dib.h));
+  std::memcpy(packed, bytes.data() + kFileHeader, infoSize + 4 * colors);
+  std::memcpy(packed + infoSize + 4 * colors, bytes.data() + pixelsAt, bytes.size() - pixelsAt);
   GlobalUnlock(dib.h);
   CImage decoded;
   if (!decoded.AttachDIB(dib.h)) throw CQrnError(path, "truncated or malformed bitmap");
