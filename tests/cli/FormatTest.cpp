@@ -317,6 +317,15 @@ TEST_F(FormatTest, InfoReportsHeaderFactsAndBackgroundNoise) {
   ASSERT_NE(at, std::string::npos);
   // A 3-sigma clip keeps 99.7 % of a Gaussian and trims its spread by about 1.4 %.
   EXPECT_NEAR(std::stod(r.out.substr(at + 6)), 10.0, 0.4);
+
+  // The mean is that of all samples: 0 .. 69 average 34.5.
+  std::vector<double> ramp(10 * 7);
+  for (std::size_t i = 0; i < ramp.size(); ++i) ramp[i] = double(i);
+  WriteFits(P("ramp.fits"), FLOAT_IMG, 10, 7, 1, ramp);
+  const Result small = Run({"info", P("ramp.fits")});
+  const auto mean = small.out.find("mean ");
+  ASSERT_NE(mean, std::string::npos) << small.out;
+  EXPECT_EQ(std::stod(small.out.substr(mean + 5)), 34.5) << small.out;
 }
 
 TEST_F(FormatTest, RealFramesMatchTheirLibraryReading) {

@@ -60,7 +60,7 @@ CPlaneStats MeasurePlane(COrbImage& image, int plane) {
   image.CalcMinMax();
   s.min = image.GetMinPixel(plane);
   s.max = image.GetMaxPixel(plane);
-  s.mean = image.GetAvrPixel(plane);
+  s.mean = image.CalcAvr(plane);  // CalcMinMax's own mean divides by (w - 1)(h - 1)
   float median = 0;
   stats.GetMedian(&median, 0, 0, plane, nullptr);
   s.median = median;
