@@ -113,6 +113,27 @@ TEST_F(BadInputTest, HeadersThatPromiseWhatTheFileCannotHold) {
   WriteFitsCards(P("deep.fits"), {{"SIMPLE", "T"}, {"BITPIX", "8"}, {"NAXIS", "3"}, {"NAXIS1", "2"}, {"NAXIS2", "2"},
                                   {"NAXIS3", "4294967297"}}, 8);
   ExpectFailure({"info", P("deep.fits")}, "deep.fits", "unsupported layout");
+  // A Rice-compressed image whose tile length or block size is 0: cfitsio would divide by it.
+  for (const std::string key : {"ZTILE1  = ", "ZVAL1   = "}) {
+    const std::string name = key.substr(0, 5) + ".fits";
+    fitsfile* f = nullptr;
+    int status = 0;
+    fits_create_diskfile(&f, P("rice.fits").c_str(), &status);
+    fits_set_compression_type(f, RICE_1, &status);
+    long naxes[2] = {16, 8};
+    fits_create_img(f, SHORT_IMG, 2, naxes, &status);
+    std::vector<short> samples(16 * 8, 7);
+    fits_write_img(f, TSHORT, 1, long(samples.size()), samples.data(), &status);
+    fits_close_file(f, &status);
+    ASSERT_EQ(status, 0);
+    std::string bytes = Slurp(P("rice.fits"));
+    fs::remove(P("rice.fits"));
+    const auto at = bytes.find(key);
+    ASSERT_NE(at, std::string::npos) << key;
+    bytes.replace(at + 10, 20, std::string(19, ' ') + "0");
+    std::ofstream(P(name), std::ios::binary) << bytes;
+    ExpectFailure({"info", P(name)}, name, "malformed compressed image");
+  }
   // Colour models other than grey and RGB are refused, not read as if they were RGB.
   WriteYCbCrTiff(P("ycbcr.tif"));
   ExpectFailure({"convert", P("ycbcr.tif"), "-o", P("x.fits")}, "ycbcr.tif", "unsupported TIFF colour model");

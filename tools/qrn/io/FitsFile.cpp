@@ -6,8 +6,10 @@
 
 #include <climits>
 #include <cstdlib>
-#include <filesystem>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <map>
 #include <vector>
 
 #include "Error.h"
@@ -98,6 +100,73 @@ void WriteKeywords(fitsfile* f, const CHeader& header, const std::string& path) 
   }
 }
 
+// ---- Tile-compression parameters, read from the raw headers ----------------------------
+
+constexpr std::size_t kBlock = 2880, kCard = 80;
+
+std::string Trimmed(const std::string& s) {
+  const auto first = s.find_first_not_of(' '), last = s.find_last_not_of(' ');
+  return first == std::string::npos ? std::string() : s.substr(first, last - first + 1);
+}
+
+// The value of a "NAME    = value / comment" card: a quoted string without its quotes, or
+// the text before the comment.
+std::string CardValue(const std::string& card) {
+  const std::string rest = card.substr(10);
+  const auto open = rest.find('\'');
+  if (open != std::string::npos && Trimmed(rest.substr(0, open)).empty()) {
+    const auto close = rest.find('\'', open + 1);
+    return Trimmed(rest.substr(open + 1, close == std::string::npos ? std::string::npos : close - open - 1));
+  }
+  return Trimmed(rest.substr(0, rest.find('/')));
+}
+
+long long CardNumber(const std::map<std::string, std::string>& cards, const std::string& name, long long absent) {
+  const auto it = cards.find(name);
+  return it == cards.end() ? absent : std::stoll(it->second);
+}
+
+// Bytes of data after a header, padded to whole blocks.
+long long DataBlocksBytes(const std::map<std::string, std::string>& cards) {
+  const long long naxis = CardNumber(cards, "NAXIS", 0);
+  long long samples = naxis > 0 ? 1 : 0;
+  for (long long n = 1; n <= naxis; ++n) samples *= CardNumber(cards, "NAXIS" + std::to_string(n), 0);
+  const long long sampleBytes = std::llabs(CardNumber(cards, "BITPIX", 8)) / 8;
+  const long long bytes = sampleBytes * CardNumber(cards, "GCOUNT", 1) * (CardNumber(cards, "PCOUNT", 0) + samples);
+  return (bytes + kBlock - 1) / kBlock * kBlock;
+}
+
+// cfitsio divides by a tile-compressed image's tile lengths, and by the Rice block size, as
+// soon as it moves to the image: a zero there would stop the program. The raw headers are
+// scanned for such an image first. A header this scan cannot follow is left to cfitsio.
+void CheckCompressionParameters(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::map<std::string, std::string> cards;
+  char block[kBlock];
+  try {
+    while (in.read(block, kBlock)) {
+      bool end = false;
+      for (std::size_t at = 0; at < kBlock && !end; at += kCard) {
+        const std::string card(block + at, kCard), name = Trimmed(card.substr(0, 8));
+        end = name == "END";
+        if (card.compare(8, 2, "= ") == 0) cards[name] = CardValue(card);
+      }
+      if (!end) continue;
+      if (cards["ZIMAGE"] == "T") {
+        for (long long n = 1; n <= CardNumber(cards, "ZNAXIS", 0); ++n)
+          if (CardNumber(cards, "ZTILE" + std::to_string(n), 1) < 1)
+            throw CQrnError(path, "malformed compressed image: tile length ZTILE" + std::to_string(n) + " below 1");
+        if (cards["ZCMPTYPE"] == "RICE_1" && (CardNumber(cards, "ZVAL1", 32) < 1 || CardNumber(cards, "ZVAL2", 4) < 1))
+          throw CQrnError(path, "malformed compressed image: Rice block size or bytes per sample below 1");
+      }
+      in.seekg(DataBlocksBytes(cards), std::ios::cur);
+      cards.clear();
+    }
+  } catch (const std::logic_error&) {
+    // A number that does not parse: cfitsio reports it.
+  }
+}
+
 // Moves to the first HDU that holds an image of at least two axes.
 void FindImage(fitsfile* f, const std::string& path) {
   int status = 0, hdus = 0;
@@ -161,6 +230,7 @@ void WritePlanes(fitsfile* f, int datatype, const CImage& image, const std::stri
 CLoadedImage CFitsFile::Read(const std::string& path) {
   CFitsHandle h;
   int status = 0;
+  CheckCompressionParameters(path);
   // The disk-file form takes the name literally (no extended file-name syntax).
   if (fits_open_diskfile(&h.f, path.c_str(), READONLY, &status)) Fail(path, "not a readable FITS file", status);
   FindImage(h.f, path);
