@@ -40,6 +40,15 @@ void InstallHandlers() {
   throw CQrnError(path, g_lastError.empty() ? what : what + " (" + g_lastError + ")");
 }
 
+std::string FormatName(uint16_t format) {
+  switch (format) {
+    case SAMPLEFORMAT_UINT: return "unsigned";
+    case SAMPLEFORMAT_INT: return "signed";
+    case SAMPLEFORMAT_IEEEFP: return "float";
+    default: return "of sample format " + std::to_string(format);
+  }
+}
+
 }  // namespace
 
 CLoadedImage CTiffFile::Read(const std::string& path) {
@@ -61,8 +70,7 @@ CLoadedImage CTiffFile::Read(const std::string& path) {
   if (format == SAMPLEFORMAT_UINT && (bps == 8 || bps == 16)) bits = bps;
   else if (format == SAMPLEFORMAT_IEEEFP && bps == 32) bits = -32;
   else
-    throw CQrnError(path, "unsupported TIFF sample format: " + std::to_string(bps) + " bits " +
-                              (format == SAMPLEFORMAT_IEEEFP ? "float" : format == SAMPLEFORMAT_INT ? "signed" : "unsigned") +
+    throw CQrnError(path, "unsupported TIFF sample format: " + std::to_string(bps) + " bits " + FormatName(format) +
                               " (8/16-bit unsigned and 32-bit float are read)");
   uint16_t extra = 0;
   uint16_t* extraTypes = nullptr;
