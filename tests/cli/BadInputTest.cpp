@@ -113,6 +113,11 @@ TEST_F(BadInputTest, HeadersThatPromiseWhatTheFileCannotHold) {
   WriteFitsCards(P("deep.fits"), {{"SIMPLE", "T"}, {"BITPIX", "8"}, {"NAXIS", "3"}, {"NAXIS1", "2"}, {"NAXIS2", "2"},
                                   {"NAXIS3", "4294967297"}}, 8);
   ExpectFailure({"info", P("deep.fits")}, "deep.fits", "unsupported layout");
+  // A primary header without data and an extension cut inside its header: the damage is named.
+  WriteFitsCards(P("cut-extension.fits"), {{"SIMPLE", "T"}, {"BITPIX", "8"}, {"NAXIS", "0"}, {"EXTEND", "T"}});
+  std::ofstream(P("cut-extension.fits"), std::ios::binary | std::ios::app)
+      << "XTENSION= 'IMAGE   '" << std::string(60, ' ') << std::string(300, ' ');
+  ExpectFailure({"info", P("cut-extension.fits")}, "cut-extension.fits", "cannot read FITS structure");
   // A Rice-compressed image whose tile length or block size is 0: cfitsio would divide by it.
   for (const std::string key : {"ZTILE1  = ", "ZVAL1   = "}) {
     const std::string name = key.substr(0, 5) + ".fits";

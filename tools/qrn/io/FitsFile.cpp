@@ -169,11 +169,11 @@ void CheckCompressionParameters(const std::string& path) {
 
 // Moves to the first HDU that holds an image of at least two axes.
 void FindImage(fitsfile* f, const std::string& path) {
-  int status = 0, hdus = 0;
-  fits_get_num_hdus(f, &hdus, &status);
-  for (int i = 1; i <= hdus; ++i) {
-    int type = 0, naxis = 0;
+  // HDU by HDU until the end of the file, so that a damaged one is reported as such.
+  for (int i = 1;; ++i) {
+    int status = 0, type = 0, naxis = 0;
     fits_movabs_hdu(f, i, &type, &status);
+    if (status == END_OF_FILE) break;
     if (status) Fail(path, "cannot read FITS structure", status);
     if (type != IMAGE_HDU) continue;
     fits_get_img_dim(f, &naxis, &status);
