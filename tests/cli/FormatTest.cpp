@@ -245,6 +245,34 @@ TEST_F(FormatTest, FitsStringLongerThanACardSurvivesARoundTrip) {
   fits_close_file(f, &status);
 }
 
+TEST_F(FormatTest, FitsBlankPixelsBecomeUndefined) {
+  // 16-bit integers scaled by 2 and offset by 10; two pixels hold the BLANK value.
+  const short blank = -32768;
+  std::vector<short> stored = {1, 2, blank, 4, 5, 6, 7, blank};
+  fitsfile* f = nullptr;
+  int status = 0;
+  fits_create_diskfile(&f, P("blank.fits").c_str(), &status);
+  long naxes[2] = {4, 2};
+  fits_create_img(f, SHORT_IMG, 2, naxes, &status);
+  fits_write_key_lng(f, "BLANK", blank, "undefined", &status);
+  fits_write_key_dbl(f, "BSCALE", 2.0, -15, nullptr, &status);
+  fits_write_key_dbl(f, "BZERO", 10.0, -15, nullptr, &status);
+  fits_set_bscale(f, 1.0, 0.0, &status);  // the values below are the stored integers
+  fits_write_img(f, TSHORT, 1, long(stored.size()), stored.data(), &status);
+  fits_close_file(f, &status);
+  ASSERT_EQ(status, 0);
+  const Result r = Run({"convert", P("blank.fits"), "-o", P("out.fits")});
+  ASSERT_EQ(r.rc, 0) << r.err;
+  const std::vector<double> values = ReadFits(P("out.fits")).values;
+  ASSERT_EQ(values.size(), stored.size());
+  for (std::size_t i = 0; i < stored.size(); ++i) {
+    if (stored[i] == blank) EXPECT_TRUE(std::isnan(values[i])) << i;
+    else EXPECT_EQ(values[i], 2.0 * stored[i] + 10.0) << i;
+  }
+  const Result info = Run({"info", P("blank.fits")});
+  EXPECT_NE(info.out.find("min 12 "), std::string::npos) << info.out;  // the blanks count nowhere
+}
+
 TEST_F(FormatTest, PngInterlacedWithInternationalTextIsRead) {
   // Seven passes over an odd size, so that every pass has rows and some have none.
   const auto values = Ramp(9, 7, 1, 250.0, 5.0);

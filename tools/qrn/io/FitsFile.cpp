@@ -9,6 +9,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <map>
 #include <vector>
 
@@ -198,13 +199,13 @@ void CheckDataSize(fitsfile* f, const std::string& path, long long dataBytes) {
 }
 
 template <class T>
-void ReadPlanes(fitsfile* f, int datatype, COrbImage& image, const std::string& path) {
+void ReadPlanes(fitsfile* f, int datatype, COrbImage& image, const std::string& path, const T* undefined = nullptr) {
   const int w = image.GetWidth(), h = image.GetHeight();
   std::vector<T> buffer(std::size_t(w) * h);
   for (int p = 0; p < image.GetPlanes(); ++p) {
     long first[3] = {1, 1, p + 1};
     int status = 0, anyNull = 0;
-    fits_read_pix(f, datatype, first, long(buffer.size()), nullptr, buffer.data(), &anyNull, &status);
+    fits_read_pix(f, datatype, first, long(buffer.size()), const_cast<T*>(undefined), buffer.data(), &anyNull, &status);
     if (status) Fail(path, "truncated or unreadable FITS data", status);
     for (int y = 0; y < h; ++y)
       std::memcpy(image.CImage::GetImageAdr(0, y, p, 0), buffer.data() + std::size_t(y) * w, sizeof(T) * w);
@@ -223,6 +224,55 @@ void WritePlanes(fitsfile* f, int datatype, const CImage& image, const std::stri
     fits_write_pix(f, datatype, first, long(buffer.size()), buffer.data(), &status);
     if (status) Fail(path, "cannot write FITS data", status);
   }
+}
+
+// The samples of the current image. Integers are kept as stored, with the file's scaling,
+// except where BLANK marks undefined pixels: those become NaN, so the samples are read as
+// physical floats.
+std::unique_ptr<COrbImage> ReadSamples(fitsfile* f, const std::string& path, int bitpix, int equiv, int w, int height,
+                                       int planes, CLoadedImage& out) {
+  int status = 0;
+  long long blank = 0;
+  if (bitpix > 0 && fits_read_key_lnglng(f, "BLANK", &blank, nullptr, &status) == 0) {
+    out.bits = -32;
+    out.isSigned = true;
+    auto img = qrnio::MakeStoredImage(path, -32, true, w, height, planes);
+    const float undefined = std::numeric_limits<float>::quiet_NaN();
+    ReadPlanes<float>(f, TFLOAT, *img, path, &undefined);
+    return img;
+  }
+  fits_clear_errmsg();
+  status = 0;
+  std::unique_ptr<COrbImage> img;
+  if (equiv == USHORT_IMG || equiv == ULONG_IMG) {
+    // The unsigned convention (BZERO 2^15 or 2^31): read as unsigned integers.
+    out.bits = bitpix;
+    out.isSigned = false;
+    img = qrnio::MakeStoredImage(path, bitpix, false, w, height, planes);
+    if (bitpix == 16) ReadPlanes<unsigned short>(f, TUSHORT, *img, path);
+    else ReadPlanes<unsigned int>(f, TUINT, *img, path);
+    return img;
+  }
+  double bscale = 1.0, bzero = 0.0;
+  int s = 0;
+  if (fits_read_key_dbl(f, "BSCALE", &bscale, nullptr, &s)) bscale = 1.0;
+  s = 0;
+  if (fits_read_key_dbl(f, "BZERO", &bzero, nullptr, &s)) bzero = 0.0;
+  fits_clear_errmsg();
+  // The stored integers are kept; the image's bscale and bzero give the physical values.
+  fits_set_bscale(f, 1.0, 0.0, &status);
+  out.bits = bitpix;
+  out.isSigned = bitpix != 8;
+  img = qrnio::MakeStoredImage(path, bitpix, out.isSigned, w, height, planes, bscale, bzero);
+  switch (bitpix) {
+    case 8: ReadPlanes<unsigned char>(f, TBYTE, *img, path); break;
+    case 16: ReadPlanes<short>(f, TSHORT, *img, path); break;
+    case 32: ReadPlanes<int>(f, TINT, *img, path); break;
+    case -32: ReadPlanes<float>(f, TFLOAT, *img, path); break;
+    default: ReadPlanes<double>(f, TDOUBLE, *img, path); break;
+  }
+  if (bitpix > 0 && (bscale != 1.0 || bzero != 0.0)) out.bits = -32;  // scaled integers are written back as floats
+  return img;
 }
 
 }  // namespace
@@ -254,35 +304,7 @@ CLoadedImage CFitsFile::Read(const std::string& path) {
 
   CLoadedImage out;
   out.format = "FITS";
-  std::unique_ptr<COrbImage> img;
-  if (equiv == USHORT_IMG || equiv == ULONG_IMG) {
-    // The unsigned convention (BZERO 2^15 or 2^31): read as unsigned integers.
-    out.bits = bitpix;
-    out.isSigned = false;
-    img = qrnio::MakeStoredImage(path, bitpix, false, w, height, planes);
-    if (bitpix == 16) ReadPlanes<unsigned short>(h.f, TUSHORT, *img, path);
-    else ReadPlanes<unsigned int>(h.f, TUINT, *img, path);
-  } else {
-    double bscale = 1.0, bzero = 0.0;
-    int s = 0;
-    if (fits_read_key_dbl(h.f, "BSCALE", &bscale, nullptr, &s)) bscale = 1.0;
-    s = 0;
-    if (fits_read_key_dbl(h.f, "BZERO", &bzero, nullptr, &s)) bzero = 0.0;
-    fits_clear_errmsg();
-    // The stored integers are kept; the image's bscale and bzero give the physical values.
-    fits_set_bscale(h.f, 1.0, 0.0, &status);
-    out.bits = bitpix;
-    out.isSigned = bitpix != 8;
-    img = qrnio::MakeStoredImage(path, bitpix, out.isSigned, w, height, planes, bscale, bzero);
-    switch (bitpix) {
-      case 8: ReadPlanes<unsigned char>(h.f, TBYTE, *img, path); break;
-      case 16: ReadPlanes<short>(h.f, TSHORT, *img, path); break;
-      case 32: ReadPlanes<int>(h.f, TINT, *img, path); break;
-      case -32: ReadPlanes<float>(h.f, TFLOAT, *img, path); break;
-      default: ReadPlanes<double>(h.f, TDOUBLE, *img, path); break;
-    }
-    if (bitpix > 0 && (bscale != 1.0 || bzero != 0.0)) out.bits = -32;  // scaled integers are written back as floats
-  }
+  std::unique_ptr<COrbImage> img = ReadSamples(h.f, path, bitpix, equiv, w, height, planes, out);
   // An image in an extension inherits the primary header's facts (instrument, date ...);
   // its own cards take precedence.
   int hdu = 1;
