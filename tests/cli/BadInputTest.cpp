@@ -106,6 +106,10 @@ TEST_F(BadInputTest, HeadersThatPromiseWhatTheFileCannotHold) {
   WriteFitsCards(P("huge.fits"),
                  {{"SIMPLE", "T"}, {"BITPIX", "8"}, {"NAXIS", "2"}, {"NAXIS1", "60000"}, {"NAXIS2", "60000"}});
   ExpectFailure({"info", P("huge.fits")}, "huge.fits", "truncated");
+  // Its byte count, 2^31 · 2^31 · 3 · 8, would wrap in 64 bits.
+  WriteFitsCards(P("wrap.fits"), {{"SIMPLE", "T"}, {"BITPIX", "-64"}, {"NAXIS", "3"}, {"NAXIS1", "2147483647"},
+                                  {"NAXIS2", "2147483647"}, {"NAXIS3", "3"}});
+  ExpectFailure({"info", P("wrap.fits")}, "wrap.fits", "truncated");
   // Axis lengths beyond what an int holds must not wrap into a small image.
   WriteFitsCards(P("long.fits"),
                  {{"SIMPLE", "T"}, {"BITPIX", "8"}, {"NAXIS", "2"}, {"NAXIS1", "10"}, {"NAXIS2", "4294967298"}}, 20);

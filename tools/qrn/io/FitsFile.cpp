@@ -4,6 +4,7 @@
 #include <fitsio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -104,6 +105,7 @@ void WriteKeywords(fitsfile* f, const CHeader& header, const std::string& path) 
 // ---- Tile-compression parameters, read from the raw headers ----------------------------
 
 constexpr std::size_t kBlock = 2880, kCard = 80;
+constexpr long long kBlockBytes = kBlock;
 
 std::string Trimmed(const std::string& s) {
   const auto first = s.find_first_not_of(' '), last = s.find_last_not_of(' ');
@@ -127,14 +129,23 @@ long long CardNumber(const std::map<std::string, std::string>& cards, const std:
   return it == cards.end() ? absent : std::stoll(it->second);
 }
 
-// Bytes of data after a header, padded to whole blocks.
+// Bytes of data after a header, padded to whole blocks; -1 when the header's numbers are
+// negative or their product does not fit.
 long long DataBlocksBytes(const std::map<std::string, std::string>& cards) {
   const long long naxis = CardNumber(cards, "NAXIS", 0);
   long long samples = naxis > 0 ? 1 : 0;
-  for (long long n = 1; n <= naxis; ++n) samples *= CardNumber(cards, "NAXIS" + std::to_string(n), 0);
+  for (long long n = 1; n <= naxis; ++n) {
+    const long long length = CardNumber(cards, "NAXIS" + std::to_string(n), 0);
+    if (length < 0 || __builtin_mul_overflow(samples, length, &samples)) return -1;
+  }
   const long long sampleBytes = std::llabs(CardNumber(cards, "BITPIX", 8)) / 8;
-  const long long bytes = sampleBytes * CardNumber(cards, "GCOUNT", 1) * (CardNumber(cards, "PCOUNT", 0) + samples);
-  return (bytes + kBlock - 1) / kBlock * kBlock;
+  const long long groups = CardNumber(cards, "GCOUNT", 1), extra = CardNumber(cards, "PCOUNT", 0);
+  long long bytes = 0;
+  if (groups < 0 || extra < 0 || __builtin_add_overflow(samples, extra, &samples) ||
+      __builtin_mul_overflow(samples, groups, &bytes) || __builtin_mul_overflow(bytes, sampleBytes, &bytes) ||
+      bytes > std::numeric_limits<long long>::max() - kBlockBytes)
+    return -1;
+  return (bytes + kBlockBytes - 1) / kBlockBytes * kBlockBytes;
 }
 
 // cfitsio divides by a tile-compressed image's tile lengths, and by the Rice block size, as
@@ -160,7 +171,9 @@ void CheckCompressionParameters(const std::string& path) {
         if (cards["ZCMPTYPE"] == "RICE_1" && (CardNumber(cards, "ZVAL1", 32) < 1 || CardNumber(cards, "ZVAL2", 4) < 1))
           throw CQrnError(path, "malformed compressed image: Rice block size or bytes per sample below 1");
       }
-      in.seekg(DataBlocksBytes(cards), std::ios::cur);
+      const long long skip = DataBlocksBytes(cards);
+      if (skip < 0) return;
+      in.seekg(skip, std::ios::cur);
       cards.clear();
     }
   } catch (const std::logic_error&) {
@@ -186,16 +199,23 @@ void FindImage(fitsfile* f, const std::string& path) {
 // Refuses a plain image whose header promises more data than the file holds, before any
 // memory is taken for it. (A tile-compressed image keeps its data in a table that cfitsio
 // checks as it reads.)
-void CheckDataSize(fitsfile* f, const std::string& path, long long dataBytes) {
+void CheckDataSize(fitsfile* f, const std::string& path, int w, int height, int planes, int sampleBytes) {
   int status = 0;
   if (fits_is_compressed_image(f, &status) || status) return;
   LONGLONG headStart = 0, dataStart = 0, dataEnd = 0;
   if (fits_get_hduaddrll(f, &headStart, &dataStart, &dataEnd, &status)) return;
   std::error_code error;
   const auto fileBytes = std::filesystem::file_size(path, error);
-  if (!error && dataStart + dataBytes > (long long)fileBytes)
-    throw CQrnError(path, "truncated FITS data: the header promises " + std::to_string(dataBytes) +
-                              " bytes of samples, the file holds " + std::to_string((long long)fileBytes - dataStart));
+  if (error) return;
+  const long long held = (long long)fileBytes - dataStart;
+  // Up to 2^31 · 2^31 · 3 · 8 bytes: counted in 128 bits.
+  using Wide = unsigned __int128;
+  const Wide promised = Wide(unsigned(w)) * unsigned(height) * unsigned(planes) * unsigned(sampleBytes);
+  if (held < 0 || promised > Wide(held))
+    throw CQrnError(path, "truncated FITS data: the header promises " + std::to_string(w) + " x " +
+                              std::to_string(height) + " x " + std::to_string(planes) + " samples of " +
+                              std::to_string(sampleBytes) + " bytes, the file holds " +
+                              std::to_string(std::max(held, 0LL)) + " bytes of data");
 }
 
 template <class T>
@@ -300,7 +320,7 @@ CLoadedImage CFitsFile::Read(const std::string& path) {
   if (naxes[0] > INT_MAX || naxes[1] > INT_MAX)
     throw CQrnError(path, "unsupported size: " + std::to_string(naxes[0]) + " x " + std::to_string(naxes[1]));
   const int w = int(naxes[0]), height = int(naxes[1]), planes = int(planeAxis);
-  CheckDataSize(h.f, path, (long long)w * height * planes * (std::abs(bitpix) / 8));
+  CheckDataSize(h.f, path, w, height, planes, std::abs(bitpix) / 8);
 
   CLoadedImage out;
   out.format = "FITS";
