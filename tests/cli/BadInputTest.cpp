@@ -142,7 +142,20 @@ TEST_F(BadInputTest, HeadersThatPromiseWhatTheFileCannotHold) {
     bytes.replace(at + 10, 20, std::string(19, ' ') + "0");
     std::ofstream(P(name), std::ios::binary) << bytes;
     ExpectFailure({"info", P(name)}, name, "malformed compressed image");
+    // The same behind a primary header with a negative PCOUNT, which counts for nothing there:
+    // END moves one card down, into the blank padding of the header's block.
+    const auto end = bytes.find("END     ");
+    ASSERT_EQ(end % 80, 0u);
+    ASSERT_EQ(bytes.substr(end + 80, 80), std::string(80, ' '));
+    char card[81];
+    std::snprintf(card, sizeof card, "%-8s= %20s%50s", "PCOUNT", "-5", "");
+    bytes.replace(end, 160, std::string(card) + "END" + std::string(77, ' '));
+    std::ofstream(P("behind-" + name), std::ios::binary) << bytes;
+    ExpectFailure({"info", P("behind-" + name)}, "behind-" + name, "malformed compressed image");
   }
+  // A header with more axes than the format allows is refused at once, not counted through.
+  WriteFitsCards(P("axes.fits"), {{"SIMPLE", "T"}, {"BITPIX", "8"}, {"NAXIS", "9000000000000000000"}});
+  ExpectFailure({"info", P("axes.fits")}, "axes.fits", "malformed FITS header");
   // Colour models other than grey and RGB are refused, not read as if they were RGB.
   WriteYCbCrTiff(P("ycbcr.tif"));
   ExpectFailure({"convert", P("ycbcr.tif"), "-o", P("x.fits")}, "ycbcr.tif", "unsupported TIFF colour model");

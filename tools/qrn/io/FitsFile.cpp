@@ -129,32 +129,62 @@ long long CardNumber(const std::map<std::string, std::string>& cards, const std:
   return it == cards.end() ? absent : std::stoll(it->second);
 }
 
+constexpr long long kMaxAxes = 999;
+
 // Bytes of data after a header, padded to whole blocks; -1 when the header's numbers are
-// negative or their product does not fit.
+// out of range or their product does not fit. PCOUNT and GCOUNT count in extensions and in
+// a primary array of random groups (NAXIS1 = 0) only.
 long long DataBlocksBytes(const std::map<std::string, std::string>& cards) {
   const long long naxis = CardNumber(cards, "NAXIS", 0);
+  if (naxis < 0 || naxis > kMaxAxes) return -1;
+  const bool extension = cards.count("XTENSION") > 0;
+  const bool groups = !extension && naxis > 0 && CardNumber(cards, "NAXIS1", 1) == 0;
   long long samples = naxis > 0 ? 1 : 0;
-  for (long long n = 1; n <= naxis; ++n) {
+  for (long long n = groups ? 2 : 1; n <= naxis; ++n) {
     const long long length = CardNumber(cards, "NAXIS" + std::to_string(n), 0);
     if (length < 0 || __builtin_mul_overflow(samples, length, &samples)) return -1;
   }
   const long long sampleBytes = std::llabs(CardNumber(cards, "BITPIX", 8)) / 8;
-  const long long groups = CardNumber(cards, "GCOUNT", 1), extra = CardNumber(cards, "PCOUNT", 0);
+  const bool counted = extension || groups;
+  const long long count = counted ? CardNumber(cards, "GCOUNT", 1) : 1;
+  const long long extra = counted ? CardNumber(cards, "PCOUNT", 0) : 0;
   long long bytes = 0;
-  if (groups < 0 || extra < 0 || __builtin_add_overflow(samples, extra, &samples) ||
-      __builtin_mul_overflow(samples, groups, &bytes) || __builtin_mul_overflow(bytes, sampleBytes, &bytes) ||
+  if (count < 0 || extra < 0 || __builtin_add_overflow(samples, extra, &samples) ||
+      __builtin_mul_overflow(samples, count, &bytes) || __builtin_mul_overflow(bytes, sampleBytes, &bytes) ||
       bytes > std::numeric_limits<long long>::max() - kBlockBytes)
     return -1;
   return (bytes + kBlockBytes - 1) / kBlockBytes * kBlockBytes;
 }
 
-// cfitsio divides by a tile-compressed image's tile lengths, and by the Rice block size, as
-// soon as it moves to the image: a zero there would stop the program. The raw headers are
-// scanned for such an image first. A header this scan cannot follow is left to cfitsio.
-void CheckCompressionParameters(const std::string& path) {
+// An HDU that must not be handed to cfitsio, and why (index 0: none).
+struct CBadHdu {
+  int index = 0;
+  std::string reason;
+};
+
+// Why cfitsio must not move to an HDU with these cards, or nothing: it divides by a
+// tile-compressed image's tile lengths, and by the Rice block size, as soon as it moves to
+// the image, and a zero there would stop the program.
+std::string CompressionFault(std::map<std::string, std::string>& cards) {
+  if (cards["ZIMAGE"] != "T") return {};
+  const long long axes = CardNumber(cards, "ZNAXIS", 0);
+  if (axes < 0 || axes > kMaxAxes) return "malformed compressed image: ZNAXIS " + std::to_string(axes);
+  for (long long n = 1; n <= axes; ++n)
+    if (CardNumber(cards, "ZTILE" + std::to_string(n), 1) < 1)
+      return "malformed compressed image: tile length ZTILE" + std::to_string(n) + " below 1";
+  if (cards["ZCMPTYPE"] == "RICE_1" && (CardNumber(cards, "ZVAL1", 32) < 1 || CardNumber(cards, "ZVAL2", 4) < 1))
+    return "malformed compressed image: Rice block size or bytes per sample below 1";
+  return {};
+}
+
+// Scans the raw headers, HDU by HDU, for the first one cfitsio must not be given: a
+// compression fault, or a header whose data this scan cannot size (the HDUs after it cannot
+// be found safely).
+CBadHdu FindBadHdu(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   std::map<std::string, std::string> cards;
   char block[kBlock];
+  int hdu = 1;
   try {
     while (in.read(block, kBlock)) {
       bool end = false;
@@ -164,27 +194,24 @@ void CheckCompressionParameters(const std::string& path) {
         if (card.compare(8, 2, "= ") == 0) cards[name] = CardValue(card);
       }
       if (!end) continue;
-      if (cards["ZIMAGE"] == "T") {
-        for (long long n = 1; n <= CardNumber(cards, "ZNAXIS", 0); ++n)
-          if (CardNumber(cards, "ZTILE" + std::to_string(n), 1) < 1)
-            throw CQrnError(path, "malformed compressed image: tile length ZTILE" + std::to_string(n) + " below 1");
-        if (cards["ZCMPTYPE"] == "RICE_1" && (CardNumber(cards, "ZVAL1", 32) < 1 || CardNumber(cards, "ZVAL2", 4) < 1))
-          throw CQrnError(path, "malformed compressed image: Rice block size or bytes per sample below 1");
-      }
+      if (std::string fault = CompressionFault(cards); !fault.empty()) return {hdu, fault};
       const long long skip = DataBlocksBytes(cards);
-      if (skip < 0) return;
+      if (skip < 0) return {CardNumber(cards, "NAXIS", 0) > kMaxAxes ? hdu : hdu + 1, "malformed FITS header"};
       in.seekg(skip, std::ios::cur);
       cards.clear();
+      ++hdu;
     }
   } catch (const std::logic_error&) {
-    // A number that does not parse: cfitsio reports it.
+    return {hdu + 1, "malformed FITS header: a number that does not parse"};
   }
+  return {};
 }
 
 // Moves to the first HDU that holds an image of at least two axes.
-void FindImage(fitsfile* f, const std::string& path) {
+void FindImage(fitsfile* f, const std::string& path, const CBadHdu& bad) {
   // HDU by HDU until the end of the file, so that a damaged one is reported as such.
   for (int i = 1;; ++i) {
+    if (i == bad.index) throw CQrnError(path, bad.reason);
     int status = 0, type = 0, naxis = 0;
     fits_movabs_hdu(f, i, &type, &status);
     if (status == END_OF_FILE) break;
@@ -300,10 +327,11 @@ std::unique_ptr<COrbImage> ReadSamples(fitsfile* f, const std::string& path, int
 CLoadedImage CFitsFile::Read(const std::string& path) {
   CFitsHandle h;
   int status = 0;
-  CheckCompressionParameters(path);
+  const CBadHdu bad = FindBadHdu(path);
   // The disk-file form takes the name literally (no extended file-name syntax).
-  if (fits_open_diskfile(&h.f, path.c_str(), READONLY, &status)) Fail(path, "not a readable FITS file", status);
-  FindImage(h.f, path);
+  if (bad.index != 1 && fits_open_diskfile(&h.f, path.c_str(), READONLY, &status))
+    Fail(path, "not a readable FITS file", status);
+  FindImage(h.f, path, bad);
 
   int bitpix = 0, equiv = 0, naxis = 0;
   long naxes[3] = {1, 1, 1};
