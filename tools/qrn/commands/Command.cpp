@@ -58,9 +58,12 @@ CPlaneStats MeasurePlane(COrbImage& image, int plane) {
   auto& stats = static_cast<CImgAutoLevel&>(image);
   CPlaneStats s;
   image.CalcMinMax();
-  s.min = image.GetMinPixel(plane);
-  s.max = image.GetMaxPixel(plane);
-  s.mean = image.CalcAvr(plane);  // CalcMinMax's own mean divides by (w - 1)(h - 1)
+  // Undefined (NaN) pixels count nowhere; CalcMinMax would start from a NaN first sample, and
+  // its mean divides by (w - 1)(h - 1).
+  const qrnio::CFiniteStats finite = qrnio::FiniteStats(image, plane);
+  s.min = finite.min;
+  s.max = finite.max;
+  s.mean = finite.mean;
   float median = 0;
   stats.GetMedian(&median, 0, 0, plane, nullptr);
   s.median = median;

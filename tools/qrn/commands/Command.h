@@ -47,7 +47,7 @@ void ApplyLevels(COrbImage& image, const std::string& method, double low, double
 struct CPlaneStats {
   double min = 0, max = 0, mean = 0, median = 0, noise = 0;
 };
-/// min and max from CalcMinMax, the mean of all samples from CalcAvr; median from GetMedian; noise is the standard deviation
+/// min, max and mean of the defined (finite) samples; median from GetMedian; noise is the standard deviation
 /// about the median with samples beyond 3 sigma left out, repeated until it settles (stars
 /// and hot pixels do not count as noise).
 CPlaneStats MeasurePlane(COrbImage& image, int plane);

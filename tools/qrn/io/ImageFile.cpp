@@ -1,6 +1,9 @@
 // Helpers shared by the format classes: native images, float conversion, header text.
 #include "io/ImageFile.h"
 
+#include <algorithm>
+#include <cmath>
+#include <limits>
 #include <sstream>
 
 #include "Error.h"
@@ -28,9 +31,30 @@ void FinishRead(const std::string& path, COrbImage& image) {
   image.CalcMinMax();
   for (int p = 0; p < image.GetPlanes(); ++p) {
     double lo = image.GetMinPixel(p), hi = image.GetMaxPixel(p);
+    if (!std::isfinite(lo) || !std::isfinite(hi)) {
+      const CFiniteStats finite = FiniteStats(image, p);
+      lo = finite.min, hi = finite.max;
+    }
     if (!(hi > lo)) hi = lo + 1.0;
     image.SetLevel(p, lo, hi);
   }
+}
+
+CFiniteStats FiniteStats(const COrbImage& image, int plane) {
+  CFiniteStats s;
+  double lo = std::numeric_limits<double>::infinity(), hi = -lo, sum = 0.0;
+  for (int y = 0; y < image.GetHeight(); ++y) {
+    const float* line = image.GetImageAdr(0, y, plane);
+    for (int x = 0; x < image.GetWidth(); ++x) {
+      if (!std::isfinite(line[x])) continue;
+      lo = std::min(lo, double(line[x]));
+      hi = std::max(hi, double(line[x]));
+      sum += line[x];
+      ++s.count;
+    }
+  }
+  if (s.count > 0) s.min = lo, s.max = hi, s.mean = sum / double(s.count);
+  return s;
 }
 
 std::unique_ptr<CImage> ToStored(const std::string& path, const COrbImage& image, int bits, bool isSigned) {
