@@ -95,8 +95,11 @@ void WriteKeywords(fitsfile* f, const CHeader& header, const std::string& path) 
       card[80] = '\0';
       fits_write_record(f, card, &status);
     } else {
-      // A string too long for one card continues on CONTINUE cards.
-      ffukls(f, name.c_str(), value.c_str(), comment.empty() ? nullptr : comment.c_str(), &status);
+      // A string too long for one card continues on CONTINUE cards. cfitsio splits the value
+      // of a long (HIERARCH) name at the wrong place, so those keep to one card.
+      const char* note = comment.empty() ? nullptr : comment.c_str();
+      if (name.size() <= 8) ffukls(f, name.c_str(), value.c_str(), note, &status);
+      else fits_update_key_str(f, name.c_str(), value.c_str(), note, &status);
     }
     if (status) Fail(path, "cannot write keyword " + name, status);
   }
