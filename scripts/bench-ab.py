@@ -31,20 +31,24 @@ def run(args, **kw):
 
 
 def configure_and_build(source, build, targets):
-    if not os.path.exists(os.path.join(build, "build.ninja")):
-        run(["cmake", "-S", source, "-B", build, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release", "-DQRN_BUILD_BENCH=ON",
-             "-DQRN_BUILD_TESTS=OFF"], stdout=subprocess.DEVNULL)
+    # Configured every time, so that an existing build folder is a release build too.
+    run(["cmake", "-S", source, "-B", build, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release", "-DQRN_BUILD_BENCH=ON",
+         "-DQRN_BUILD_TESTS=OFF"], stdout=subprocess.DEVNULL)
     run(["cmake", "--build", build, "--target", *targets], stdout=subprocess.DEVNULL)
 
 
 def collect_libraries(build, into):
-    """Copies the built libraries, under their run-time names, into a directory of their own."""
+    """Copies the built libraries, under their run-time names, into a directory of their own.
+    A library left out would be found through the program's run path instead: the working
+    tree's, which would make both sides the same."""
     os.makedirs(into)
     for folder, name in LIBRARIES:
         directory = os.path.join(build, folder)
-        for entry in os.listdir(directory):
-            if entry.startswith(name + "."):
-                shutil.copy2(os.path.join(directory, entry), os.path.join(into, entry), follow_symlinks=True)
+        entries = [e for e in os.listdir(directory) if e.startswith(name + ".")] if os.path.isdir(directory) else []
+        if not entries:
+            sys.exit(f"{name} not found in {directory}: this script knows the layout of recent builds only")
+        for entry in entries:
+            shutil.copy2(os.path.join(directory, entry), os.path.join(into, entry), follow_symlinks=True)
 
 
 def build_base(commit, scratch):
@@ -79,8 +83,10 @@ def main():
         collect_libraries(BENCH_BUILD, os.path.join(scratch, "head"))
         sides = {"base": os.path.join(scratch, "base"), "head": os.path.join(scratch, "head")}
         best, units = {}, {}
-        for _ in range(rounds):
-            for side, libraries in sides.items():
+        for round_ in range(rounds):
+            # Each side goes first in every other round, so neither always runs on a warm machine.
+            order = list(sides.items()) if round_ % 2 == 0 else list(reversed(sides.items()))
+            for side, libraries in order:
                 for name, (time, unit) in timings(program, libraries, pattern).items():
                     key = (name, side)
                     best[key] = min(best.get(key, time), time)
