@@ -307,25 +307,34 @@ TEST_F(FormatTest, BmpGreyAndColourDecodedByAnIndependentReader) {
 }
 
 TEST_F(FormatTest, BmpPixelsAreFoundThroughTheFileOffset) {
-  // A grey 8-bit bitmap of 4 x 2 whose writer left 16 bytes between palette and pixels.
-  std::string info(40, '\0');
+  // Grey 8-bit bitmaps of 4 x 2 that declare no palette count: one with all 256 entries and
+  // 16 bytes left between palette and pixels, one that stores only the 16 entries it uses.
   const auto put32 = [](std::string& s, std::size_t at, std::uint32_t v) {
     for (int i = 0; i < 4; ++i) s[at + i] = char(v >> (8 * i));
   };
-  put32(info, 0, 40);
-  put32(info, 4, 4);
-  put32(info, 8, 2);  // bottom-up
-  info[12] = 1, info[14] = 8;
-  std::string palette;
-  for (int i = 0; i < 256; ++i) palette += std::string{char(i), char(i), char(i), '\0'};
-  const std::string gap(16, '\xAA'), pixels = {10, 20, 30, 40, 50, 60, 70, 80};
-  std::string file = "BM" + std::string(12, '\0') + info + palette + gap + pixels;
-  put32(file, 2, std::uint32_t(file.size()));
-  put32(file, 10, std::uint32_t(14 + info.size() + palette.size() + gap.size()));
-  std::ofstream(P("gap.bmp"), std::ios::binary) << file;
-  const Result r = Run({"convert", P("gap.bmp"), "-o", P("out.fits")});
-  ASSERT_EQ(r.rc, 0) << r.err;
-  EXPECT_EQ(ReadFits(P("out.fits")).values, (std::vector<double>{50, 60, 70, 80, 10, 20, 30, 40}));
+  struct Case {
+    int entries, gap, step;  // palette entries, bytes after them, grey step between entries
+  };
+  for (const Case c : {Case{256, 16, 1}, Case{16, 0, 17}}) {
+    SCOPED_TRACE(c.entries);
+    std::string info(40, '\0');
+    put32(info, 0, 40);
+    put32(info, 4, 4);
+    put32(info, 8, 2);  // bottom-up
+    info[12] = 1, info[14] = 8;
+    std::string palette;
+    for (int i = 0; i < c.entries; ++i) palette += std::string(3, char(i * c.step)) + '\0';
+    const std::string gap(std::size_t(c.gap), '\xAA'), pixels = {1, 2, 3, 4, 5, 6, 7, 8};
+    std::string file = "BM" + std::string(12, '\0') + info + palette + gap + pixels;
+    put32(file, 2, std::uint32_t(file.size()));
+    put32(file, 10, std::uint32_t(14 + info.size() + palette.size() + gap.size()));
+    std::ofstream(P("in.bmp"), std::ios::binary) << file;
+    const Result r = Run({"convert", P("in.bmp"), "-o", P("out.fits")});
+    ASSERT_EQ(r.rc, 0) << r.err;
+    std::vector<double> expected;
+    for (int index : {5, 6, 7, 8, 1, 2, 3, 4}) expected.push_back(index * c.step);
+    EXPECT_EQ(ReadFits(P("out.fits")).values, expected);
+  }
 }
 
 TEST_F(FormatTest, InfoReportsHeaderFactsAndBackgroundNoise) {

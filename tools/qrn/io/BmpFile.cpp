@@ -46,10 +46,16 @@ CLoadedImage CBmpFile::Read(const std::string& path) {
                               std::to_string(compression) + " (uncompressed 8 and 24 bits are read)");
   // The packed bitmap holds the information header, the palette entries the pixels use, and
   // the pixels, which the file may place anywhere after the palette (its pixel offset).
+  // A palette that declares no count holds 256 entries, or as many as fit before the pixels
+  // (some writers store only those they use); the packed bitmap declares the count it holds.
   const std::uint32_t colorsUsed = Get32(&bytes[kFileHeader + 32]);
-  const std::size_t colors = bitCount == 8 ? (colorsUsed ? std::min<std::uint32_t>(colorsUsed, 256) : 256) : 0;
   const std::size_t paletteAt = kFileHeader + infoSize, pixelsAt = Get32(&bytes[10]);
-  if (paletteAt + 4 * colors > pixelsAt || pixelsAt > bytes.size())
+  if (pixelsAt < paletteAt || pixelsAt > bytes.size())
+    throw CQrnError(path, "truncated or malformed bitmap: pixel offset " + std::to_string(pixelsAt));
+  const std::size_t room = (pixelsAt - paletteAt) / 4;
+  const std::size_t colors =
+      bitCount == 8 ? (colorsUsed ? std::min<std::size_t>(colorsUsed, 256) : std::min<std::size_t>(room, 256)) : 0;
+  if (paletteAt + 4 * colors > pixelsAt || (bitCount == 8 && colors == 0))
     throw CQrnError(path, "truncated or malformed bitmap: pixel offset " + std::to_string(pixelsAt));
   CGlobal dib;
   dib.h = GlobalAlloc(GHND, infoSize + 4 * colors + (bytes.size() - pixelsAt));
@@ -57,6 +63,7 @@ CLoadedImage CBmpFile::Read(const std::string& path) {
   auto* packed = static_cast<unsigned char*>(GlobalLock(dib.h));
   std::memcpy(packed, bytes.data() + kFileHeader, infoSize + 4 * colors);
   std::memcpy(packed + infoSize + 4 * colors, bytes.data() + pixelsAt, bytes.size() - pixelsAt);
+  if (bitCount == 8) Put32(packed + 32, std::uint32_t(colors));
   GlobalUnlock(dib.h);
   CImage decoded;
   if (!decoded.AttachDIB(dib.h)) throw CQrnError(path, "truncated or malformed bitmap");
