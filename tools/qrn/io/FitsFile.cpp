@@ -105,7 +105,7 @@ void WriteKeywords(fitsfile* f, const CHeader& header, const std::string& path) 
   }
 }
 
-// ---- Tile-compression parameters, read from the raw headers ----------------------------
+// ---- The raw headers, read before cfitsio is given the file -----------------------------
 
 constexpr std::size_t kBlock = 2880, kCard = 80;
 constexpr long long kBlockBytes = kBlock;
