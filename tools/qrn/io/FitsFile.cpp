@@ -127,7 +127,14 @@ std::string CardValue(const std::string& card) {
   return Trimmed(rest.substr(0, rest.find('/')));
 }
 
-long long CardNumber(const std::map<std::string, std::string>& cards, const std::string& name, long long absent) {
+using Cards = std::map<std::string, std::string>;
+
+std::string CardText(const Cards& cards, const std::string& name) {
+  const auto it = cards.find(name);
+  return it == cards.end() ? std::string() : it->second;
+}
+
+long long CardNumber(const Cards& cards, const std::string& name, long long absent) {
   const auto it = cards.find(name);
   return it == cards.end() ? absent : std::stoll(it->second);
 }
@@ -137,7 +144,7 @@ constexpr long long kMaxAxes = 999;
 // Bytes of data after a header, padded to whole blocks; -1 when the header's numbers are
 // out of range or their product does not fit. PCOUNT and GCOUNT count in extensions and in
 // a primary array of random groups (NAXIS1 = 0) only.
-long long DataBlocksBytes(const std::map<std::string, std::string>& cards) {
+long long DataBlocksBytes(const Cards& cards) {
   const long long naxis = CardNumber(cards, "NAXIS", 0);
   if (naxis < 0 || naxis > kMaxAxes) return -1;
   const bool extension = cards.count("XTENSION") > 0;
@@ -168,14 +175,15 @@ struct CBadHdu {
 // Why cfitsio must not move to an HDU with these cards, or nothing: it divides by a
 // tile-compressed image's tile lengths, and by the Rice block size, as soon as it moves to
 // the image, and a zero there would stop the program.
-std::string CompressionFault(std::map<std::string, std::string>& cards) {
-  if (cards["ZIMAGE"] != "T") return {};
+std::string CompressionFault(const Cards& cards) {
+  if (CardText(cards, "ZIMAGE") != "T") return {};
   const long long axes = CardNumber(cards, "ZNAXIS", 0);
   if (axes < 0 || axes > kMaxAxes) return "malformed compressed image: ZNAXIS " + std::to_string(axes);
   for (long long n = 1; n <= axes; ++n)
     if (CardNumber(cards, "ZTILE" + std::to_string(n), 1) < 1)
       return "malformed compressed image: tile length ZTILE" + std::to_string(n) + " below 1";
-  if (cards["ZCMPTYPE"] == "RICE_1" && (CardNumber(cards, "ZVAL1", 32) < 1 || CardNumber(cards, "ZVAL2", 4) < 1))
+  const bool rice = CardText(cards, "ZCMPTYPE") == "RICE_1";
+  if (rice && (CardNumber(cards, "ZVAL1", 32) < 1 || CardNumber(cards, "ZVAL2", 4) < 1))
     return "malformed compressed image: Rice block size or bytes per sample below 1";
   return {};
 }
@@ -185,7 +193,7 @@ std::string CompressionFault(std::map<std::string, std::string>& cards) {
 // be found safely).
 CBadHdu FindBadHdu(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
-  std::map<std::string, std::string> cards;
+  Cards cards;
   char block[kBlock];
   int hdu = 1;
   try {
