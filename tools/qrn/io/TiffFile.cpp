@@ -49,23 +49,28 @@ std::string FormatName(uint16_t format) {
   }
 }
 
-}  // namespace
+// What a TIFF file's tags say about its pixels, once they have been checked to be readable.
+struct TiffLayout {
+  uint32_t width = 0, height = 0;
+  uint16_t bytes = 0;       // per sample
+  uint16_t perPixel = 1;    // samples per pixel, extra samples included
+  int bits = 0;             // 8, 16 or -32
+  int colour = 0;           // 1 or 3 planes
+  bool planar = false;      // one plane after the other instead of interleaved
+  bool invert = false;      // stored with white as 0
+};
 
-CLoadedImage CTiffFile::Read(const std::string& path) {
-  InstallHandlers();
-  CTiffHandle h;
-  h.t = TIFFOpen(path.c_str(), "r");
-  if (!h.t) Fail(path, "not a readable TIFF file");
+TiffLayout CheckLayout(TIFF* t, const std::string& path) {
   uint32_t w = 0, height = 0;
   uint16_t bps = 0, spp = 1, format = SAMPLEFORMAT_UINT, config = PLANARCONFIG_CONTIG;
-  TIFFGetField(h.t, TIFFTAG_IMAGEWIDTH, &w);
-  TIFFGetField(h.t, TIFFTAG_IMAGELENGTH, &height);
-  TIFFGetFieldDefaulted(h.t, TIFFTAG_BITSPERSAMPLE, &bps);
-  TIFFGetFieldDefaulted(h.t, TIFFTAG_SAMPLESPERPIXEL, &spp);
-  TIFFGetFieldDefaulted(h.t, TIFFTAG_SAMPLEFORMAT, &format);
-  TIFFGetFieldDefaulted(h.t, TIFFTAG_PLANARCONFIG, &config);
+  TIFFGetField(t, TIFFTAG_IMAGEWIDTH, &w);
+  TIFFGetField(t, TIFFTAG_IMAGELENGTH, &height);
+  TIFFGetFieldDefaulted(t, TIFFTAG_BITSPERSAMPLE, &bps);
+  TIFFGetFieldDefaulted(t, TIFFTAG_SAMPLESPERPIXEL, &spp);
+  TIFFGetFieldDefaulted(t, TIFFTAG_SAMPLEFORMAT, &format);
+  TIFFGetFieldDefaulted(t, TIFFTAG_PLANARCONFIG, &config);
   if (w == 0 || height == 0) throw CQrnError(path, "empty image");
-  if (TIFFIsTiled(h.t)) throw CQrnError(path, "unsupported TIFF layout: tiled images are not read");
+  if (TIFFIsTiled(t)) throw CQrnError(path, "unsupported TIFF layout: tiled images are not read");
   int bits = 0;
   if (format == SAMPLEFORMAT_UINT && (bps == 8 || bps == 16)) bits = bps;
   else if (format == SAMPLEFORMAT_IEEEFP && bps == 32) bits = -32;
@@ -74,12 +79,12 @@ CLoadedImage CTiffFile::Read(const std::string& path) {
                               " (8/16-bit unsigned and 32-bit float are read)");
   uint16_t extra = 0;
   uint16_t* extraTypes = nullptr;
-  TIFFGetField(h.t, TIFFTAG_EXTRASAMPLES, &extra, &extraTypes);
+  TIFFGetField(t, TIFFTAG_EXTRASAMPLES, &extra, &extraTypes);
   const int colour = spp - extra;
   if (colour != 1 && colour != 3)
     throw CQrnError(path, "unsupported TIFF sample layout: " + std::to_string(spp) + " samples per pixel");
   uint16_t photometric = PHOTOMETRIC_MINISBLACK;
-  TIFFGetFieldDefaulted(h.t, TIFFTAG_PHOTOMETRIC, &photometric);
+  TIFFGetFieldDefaulted(t, TIFFTAG_PHOTOMETRIC, &photometric);
   // Samples are taken as they are stored: grey levels, or red, green and blue. Other colour
   // models (palette, YCbCr, CIELab, separated inks) would need a conversion and are refused.
   const bool grey = photometric == PHOTOMETRIC_MINISBLACK || photometric == PHOTOMETRIC_MINISWHITE;
@@ -88,46 +93,76 @@ CLoadedImage CTiffFile::Read(const std::string& path) {
                               " with " + std::to_string(colour) + " colour samples (grey and RGB are read)");
   if (w > uint32_t(INT_MAX) || height > uint32_t(INT_MAX))
     throw CQrnError(path, "unsupported TIFF size: " + std::to_string(w) + " x " + std::to_string(height));
+  TiffLayout layout;
+  layout.width = w;
+  layout.height = height;
+  layout.bytes = uint16_t(bps / 8);
+  layout.perPixel = spp;
+  layout.bits = bits;
+  layout.colour = colour;
+  layout.planar = config != PLANARCONFIG_CONTIG;
+  layout.invert = photometric == PHOTOMETRIC_MINISWHITE && bits > 0;
+  return layout;
+}
 
-  CLoadedImage out;
-  out.format = "TIFF";
-  out.bits = bits;
-  out.isSigned = bits < 0;
-  auto img = qrnio::MakeStoredImage(path, bits, bits < 0, int(w), int(height), colour);
-  const int bytes = bps / 8;
-  std::vector<unsigned char> line(TIFFScanlineSize(h.t));
-  const std::size_t lineSamples = config == PLANARCONFIG_CONTIG ? std::size_t(spp) : 1;
-  if (line.size() < std::size_t(w) * lineSamples * bytes) Fail(path, "inconsistent TIFF line size");
-  const bool invert = photometric == PHOTOMETRIC_MINISWHITE && bits > 0;
-  const uint32_t maxValue = bits == 8 ? 0xff : 0xffff;
-  auto store = [&](int p, uint32_t y, const unsigned char* src, int step) {
-    auto* dst = static_cast<unsigned char*>(img->CImage::GetImageAdr(0, int(y), p, 0));
-    for (uint32_t x = 0; x < w; ++x) {
-      std::memcpy(dst + std::size_t(x) * bytes, src + std::size_t(x) * step * bytes, bytes);
-      if (invert) {
-        if (bits == 8) dst[x] = BYTE(maxValue - dst[x]);
-        else reinterpret_cast<uint16_t*>(dst)[x] = uint16_t(maxValue - reinterpret_cast<uint16_t*>(dst)[x]);
-      }
+// Copies every scan line into img's planes, inverting white-is-zero samples.
+void ReadSamples(TIFF* t, const TiffLayout& layout, CImage& img, const std::string& path) {
+  const std::size_t bytes = layout.bytes;
+  std::vector<unsigned char> line(TIFFScanlineSize(t));
+  const std::size_t lineSamples = layout.planar ? 1 : std::size_t(layout.perPixel);
+  if (line.size() < std::size_t(layout.width) * lineSamples * bytes) Fail(path, "inconsistent TIFF line size");
+  const uint32_t maxValue = layout.bits == 8 ? 0xff : 0xffff;
+  auto store = [&](int p, uint32_t y, const unsigned char* src, std::size_t step) {
+    auto* dst = static_cast<unsigned char*>(img.GetImageAdr(0, int(y), p, 0));
+    for (uint32_t x = 0; x < layout.width; ++x) {
+      std::memcpy(dst + x * bytes, src + x * step * bytes, bytes);
+      if (!layout.invert) continue;
+      if (layout.bits == 8) dst[x] = BYTE(maxValue - dst[x]);
+      else reinterpret_cast<uint16_t*>(dst)[x] = uint16_t(maxValue - reinterpret_cast<uint16_t*>(dst)[x]);
     }
   };
-  if (config == PLANARCONFIG_CONTIG) {
-    for (uint32_t y = 0; y < height; ++y) {
-      if (TIFFReadScanline(h.t, line.data(), y, 0) < 0) Fail(path, "truncated or unreadable TIFF data");
-      for (int p = 0; p < colour; ++p) store(p, y, line.data() + std::size_t(p) * bytes, spp);
+  auto readLine = [&](uint32_t y, int plane) {
+    if (TIFFReadScanline(t, line.data(), y, uint16_t(plane)) < 0) Fail(path, "truncated or unreadable TIFF data");
+  };
+  if (!layout.planar) {
+    for (uint32_t y = 0; y < layout.height; ++y) {
+      readLine(y, 0);
+      for (int p = 0; p < layout.colour; ++p) store(p, y, line.data() + std::size_t(p) * bytes, layout.perPixel);
     }
   } else {
-    for (int p = 0; p < colour; ++p)
-      for (uint32_t y = 0; y < height; ++y) {
-        if (TIFFReadScanline(h.t, line.data(), y, uint16_t(p)) < 0) Fail(path, "truncated or unreadable TIFF data");
+    for (int p = 0; p < layout.colour; ++p)
+      for (uint32_t y = 0; y < layout.height; ++y) {
+        readLine(y, p);
         store(p, y, line.data(), 1);
       }
   }
+}
+
+// Restores the header our writer keeps in the image description, if it is there.
+void ReadHeaderText(TIFF* t, CHeader& header) {
   char* description = nullptr;
-  if (TIFFGetField(h.t, TIFFTAG_IMAGEDESCRIPTION, &description) && description) {
-    const std::string text = description;
-    const std::string marker = std::string(qrnio::kHeaderTextKey) + "\n";
-    if (text.rfind(marker, 0) == 0) qrnio::HeaderFromText(text.substr(marker.size()), img->GetHeader());
-  }
+  if (!TIFFGetField(t, TIFFTAG_IMAGEDESCRIPTION, &description) || !description) return;
+  const std::string text = description;
+  const std::string marker = std::string(qrnio::kHeaderTextKey) + "\n";
+  if (text.rfind(marker, 0) == 0) qrnio::HeaderFromText(text.substr(marker.size()), header);
+}
+
+}  // namespace
+
+CLoadedImage CTiffFile::Read(const std::string& path) {
+  InstallHandlers();
+  CTiffHandle h;
+  h.t = TIFFOpen(path.c_str(), "r");
+  if (!h.t) Fail(path, "not a readable TIFF file");
+  const TiffLayout layout = CheckLayout(h.t, path);
+  CLoadedImage out;
+  out.format = "TIFF";
+  out.bits = layout.bits;
+  out.isSigned = layout.bits < 0;
+  auto img = qrnio::MakeStoredImage(path, layout.bits, layout.bits < 0, int(layout.width), int(layout.height),
+                                    layout.colour);
+  ReadSamples(h.t, layout, *img, path);
+  ReadHeaderText(h.t, img->GetHeader());
   qrnio::FinishRead(path, *img);
   out.image = std::move(img);
   return out;
