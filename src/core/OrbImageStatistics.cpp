@@ -694,22 +694,17 @@ int COrbImage::GetFitPrmFromCentroid(double* prm, double cx, double cy, int plan
   return 1;
 }
 
-int COrbImage::GetFitPrm(double* prm, int plane, CRect* rect) {
-  CPatch patch;
-  if (!prm || !patch.Load(*this, plane, rect) || patch.width * patch.height < 6) return 0;
-  double cx, cy;
-  if (!patch.Centre(patch.FrameMedian(), cx, cy)) return 0;
-  double p[5];
-  {
-    double start[kFitCount];
-    if (!GetFitPrmFromCentroid(start, cx, cy, plane, rect)) return 0;
-    p[0] = start[kFitX], p[1] = start[kFitY], p[2] = start[kFitSigma], p[3] = start[kFitPeak];
-    p[4] = start[kFitBackground];
-  }
-  // Residual sum of squares and the normal equations of the model A exp(-r^2 / 2s^2) + B.
-  auto evaluate = [&](const double* q, double* jtj, double* jtr) {
+namespace {
+
+// The model A·exp(−r²/2s²) + B fitted to a patch, its parameters in the order x, y, s, A, B.
+struct CGaussModel {
+  static constexpr int kParams = 5;
+  const CPatch& patch;
+
+  // The residual sum of squares at q; with jtj and jtr, also the normal equations JᵀJ and Jᵀr.
+  double Evaluate(const double* q, double* jtj, double* jtr) const {
     double rss = 0;
-    if (jtj) std::fill(jtj, jtj + 25, 0.0), std::fill(jtr, jtr + 5, 0.0);
+    if (jtj) std::fill(jtj, jtj + kParams * kParams, 0.0), std::fill(jtr, jtr + kParams, 0.0);
     for (int y = 0; y < patch.height; ++y)
       for (int x = 0; x < patch.width; ++x) {
         const double v = patch.At(x, y);
@@ -720,37 +715,58 @@ int COrbImage::GetFitPrm(double* prm, int plane, CRect* rect) {
         const double res = v - (q[3] * g + q[4]);
         rss += res * res;
         if (!jtj) continue;
-        const double j[5] = {q[3] * g * dx / s2, q[3] * g * dy / s2, q[3] * g * r2 / (s2 * q[2]), g, 1.0};
-        for (int a = 0; a < 5; ++a) {
+        const double j[kParams] = {q[3] * g * dx / s2, q[3] * g * dy / s2, q[3] * g * r2 / (s2 * q[2]), g, 1.0};
+        for (int a = 0; a < kParams; ++a) {
           jtr[a] += j[a] * res;
-          for (int b = 0; b < 5; ++b) jtj[a * 5 + b] += j[a] * j[b];
+          for (int b = 0; b < kParams; ++b) jtj[a * kParams + b] += j[a] * j[b];
         }
       }
     return rss;
-  };
-  double lambda = 1e-3;
-  double jtj[25], jtr[5];
-  double rss = evaluate(p, jtj, jtr);
-  for (int iter = 0; iter < 100; ++iter) {
-    double a[25], b[5], q[5];
-    std::copy(jtj, jtj + 25, a);
-    std::copy(jtr, jtr + 5, b);
-    for (int k = 0; k < 5; ++k) a[k * 5 + k] *= 1.0 + lambda;
-    if (!Solve(a, b, 5)) break;
-    for (int k = 0; k < 5; ++k) q[k] = p[k] + b[k];
-    q[2] = std::fabs(q[2]);
-    const double next = q[2] > 0 ? evaluate(q, nullptr, nullptr) : rss + 1;
-    if (next < rss) {
-      const bool converged = rss - next <= 1e-12 * rss;
-      std::copy(q, q + 5, p);
-      rss = evaluate(p, jtj, jtr);
-      lambda = std::max(lambda * 0.1, 1e-12);
-      if (converged) break;
-    } else {
-      lambda *= 10;
-      if (lambda > 1e12) break;
+  }
+
+  // Levenberg–Marquardt from p, at most 100 steps: a step that lowers the residual is taken
+  // and the damping eased; one that does not raises the damping. Stops when the residual
+  // stalls, the damping runs away or the equations become singular.
+  void Refine(double* p) const {
+    constexpr int n = kParams;
+    double lambda = 1e-3;
+    double jtj[n * n], jtr[n];
+    double rss = Evaluate(p, jtj, jtr);
+    for (int iter = 0; iter < 100; ++iter) {
+      double a[n * n], b[n], q[n];
+      std::copy(jtj, jtj + n * n, a);
+      std::copy(jtr, jtr + n, b);
+      for (int k = 0; k < n; ++k) a[k * n + k] *= 1.0 + lambda;
+      if (!Solve(a, b, n)) break;
+      for (int k = 0; k < n; ++k) q[k] = p[k] + b[k];
+      q[2] = std::fabs(q[2]);
+      const double next = q[2] > 0 ? Evaluate(q, nullptr, nullptr) : rss + 1;
+      if (next < rss) {
+        const bool converged = rss - next <= 1e-12 * rss;
+        std::copy(q, q + n, p);
+        rss = Evaluate(p, jtj, jtr);
+        lambda = std::max(lambda * 0.1, 1e-12);
+        if (converged) break;
+      } else {
+        lambda *= 10;
+        if (lambda > 1e12) break;
+      }
     }
   }
+};
+
+}  // namespace
+
+int COrbImage::GetFitPrm(double* prm, int plane, CRect* rect) {
+  CPatch patch;
+  if (!prm || !patch.Load(*this, plane, rect) || patch.width * patch.height < 6) return 0;
+  double cx, cy;
+  if (!patch.Centre(patch.FrameMedian(), cx, cy)) return 0;
+  double start[kFitCount];
+  if (!GetFitPrmFromCentroid(start, cx, cy, plane, rect)) return 0;
+  double p[CGaussModel::kParams] = {start[kFitX], start[kFitY], start[kFitSigma], start[kFitPeak],
+                                    start[kFitBackground]};
+  CGaussModel{patch}.Refine(p);
   prm[kFitX] = p[0];
   prm[kFitY] = p[1];
   prm[kFitSigma] = p[2];
