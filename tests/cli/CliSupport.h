@@ -2,6 +2,7 @@
 #pragma once
 #include <fitsio.h>
 #include <gtest/gtest.h>
+#include <tiffio.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -98,6 +99,34 @@ inline void WriteFits(const std::string& path, int imgType, int w, int h, int pl
   fits_write_img(f, TDOUBLE, 1, long(copy.size()), copy.data(), &status);
   fits_close_file(f, &status);
   ASSERT_EQ(status, 0) << "writing " << path;
+}
+
+/// Writes a contiguous TIFF with libtiff: 8-bit, 16-bit (unsigned, or signed with
+/// SAMPLEFORMAT_INT) or 32-bit float samples from v in x-fastest, plane-last order.
+inline void WriteTiff(const std::string& path, int w, int h, int spp, int bps, int format,
+                      const std::vector<double>& v) {
+  TIFF* t = TIFFOpen(path.c_str(), "w");
+  TIFFSetField(t, TIFFTAG_IMAGEWIDTH, uint32_t(w));
+  TIFFSetField(t, TIFFTAG_IMAGELENGTH, uint32_t(h));
+  TIFFSetField(t, TIFFTAG_BITSPERSAMPLE, uint16_t(bps));
+  TIFFSetField(t, TIFFTAG_SAMPLESPERPIXEL, uint16_t(spp));
+  TIFFSetField(t, TIFFTAG_SAMPLEFORMAT, uint16_t(format));
+  TIFFSetField(t, TIFFTAG_PLANARCONFIG, uint16_t(PLANARCONFIG_CONTIG));
+  TIFFSetField(t, TIFFTAG_PHOTOMETRIC, uint16_t(spp >= 3 ? PHOTOMETRIC_RGB : PHOTOMETRIC_MINISBLACK));
+  std::vector<unsigned char> line(std::size_t(w) * spp * bps / 8);
+  for (int y = 0; y < h; ++y) {
+    for (int x = 0; x < w; ++x)
+      for (int s = 0; s < spp; ++s) {
+        const std::size_t i = std::size_t(x) * spp + s;
+        const double value = v[(std::size_t(s % 3) * h + y) * w + x];
+        if (bps == 8) line[i] = static_cast<unsigned char>(value);
+        else if (bps == 16 && format == SAMPLEFORMAT_INT) reinterpret_cast<int16_t*>(line.data())[i] = int16_t(value);
+        else if (bps == 16) reinterpret_cast<uint16_t*>(line.data())[i] = uint16_t(value);
+        else reinterpret_cast<float*>(line.data())[i] = float(value);
+      }
+    TIFFWriteScanline(t, line.data(), uint32_t(y), 0);
+  }
+  TIFFClose(t);
 }
 
 struct FitsData {

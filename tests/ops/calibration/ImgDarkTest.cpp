@@ -31,31 +31,11 @@ TEST(ImgDark, ScoreBetweenTwoDarksReproducesTheMiddleTemperature) {
     }
 }
 
-TEST(ImgDark, ScoreOutsideTheReferencesGivesTheNearerDark) {
-  auto d0 = Image(3, 1, 1, {10, 20, 30});
-  auto d1 = Image(3, 1, 1, {20, 10, 30});
-  // Beyond the second reference: clamped to D1 where D1 > D0; where D1 < D0 the result
-  // (20 − 10·2 = 0) is below D1 but is only compared with D0 afterwards, so it becomes D0.
-  static_cast<CImgDark&>(*d0).DoInterpolateByScore(d1.get(), 3.0, 1.0, 2.0, 0);
-  EXPECT_EQ(At(*d0, 0, 0), 20.0f);
-  EXPECT_EQ(At(*d0, 1, 0), 20.0f);
-  EXPECT_EQ(At(*d0, 2, 0), 30.0f);
-
-  // Below the first reference, with D1 < D0: r = 20 + (−10)(−1) = 30 > D1, so D1.
-  auto e0 = Image(1, 1, 1, {20});
-  auto e1 = Image(1, 1, 1, {10});
-  static_cast<CImgDark&>(*e0).DoInterpolateByScore(e1.get(), 0.0, 1.0, 2.0, 0);
-  EXPECT_EQ(At(*e0, 0, 0), 10.0f);
-
-  static_cast<CImgDark&>(*e0).DoInterpolateByScore(nullptr, 0.0, 1.0, 2.0, 0);  // nothing to mix with
-  EXPECT_EQ(At(*e0, 0, 0), 10.0f);
-}
-
-TEST(ImgDark, ClampOrderHoldsInEveryColumnOfALongRow) {
-  // The three cases above side by side in rows long enough for whole vectors and a tail:
-  // (D0, D1) = (10, 20) clamps to D1, (20, 10) drops to 0 and is raised to D0, (30, 30)
-  // stays; a factor of 2 = (3 − 1)/(2 − 1) applies to D1 − D0.
-  // Both the eight-wide and the narrow row code.
+TEST(ImgDark, ScoreOutsideTheReferencesIsClampedInEveryColumn) {
+  // Beyond the second reference (a factor of 2 = (3 − 1)/(2 − 1) on D1 − D0), side by side in
+  // rows long enough for whole vectors and a tail, on the eight-wide and the narrow rows:
+  // (D0, D1) = (10, 20) clamps to D1; (20, 10) gives 0, below D1 but only compared with D0
+  // afterwards, so it becomes D0; (30, 30) stays.
   for (int wide : {1, 0}) {
     qrn::simd::SetWideVectors(wide);
     for (int w : {2, 4, 17, 33}) {
@@ -69,6 +49,14 @@ TEST(ImgDark, ClampOrderHoldsInEveryColumnOfALongRow) {
     }
   }
   qrn::simd::SetWideVectors(1);
+
+  // Below the first reference, with D1 < D0: r = 20 + (−10)(−1) = 30 > D1, so D1.
+  auto e0 = Image(1, 1, 1, {20});
+  auto e1 = Image(1, 1, 1, {10});
+  static_cast<CImgDark&>(*e0).DoInterpolateByScore(e1.get(), 0.0, 1.0, 2.0, 0);
+  EXPECT_EQ(At(*e0, 0, 0), 10.0f);
+  static_cast<CImgDark&>(*e0).DoInterpolateByScore(nullptr, 0.0, 1.0, 2.0, 0);  // nothing to mix with
+  EXPECT_EQ(At(*e0, 0, 0), 10.0f);
 }
 
 TEST(ImgDark, EveryRowVariantEqualsThePlainDoubleFormula) {

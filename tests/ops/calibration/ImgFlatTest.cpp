@@ -15,7 +15,7 @@ namespace {
 
 CImgFlat& Flat(std::unique_ptr<COrbImage>& image) { return static_cast<CImgFlat&>(*image); }
 
-TEST(ImgFlat, TwoPointGradientAlongEachAxis) {
+TEST(ImgFlat, TwoPointGradientAlongEachAxisADiagonalAndItsReference) {
   auto src = Image(5, 4, 1, [](int x, int y, int) { return 100.0 + x * y; });
   // Horizontal: unit vector (1, 0), reference (0 + 0)/2 = 0, so t = x.
   CPoint p1(0, 0), p2(9, 0);
@@ -31,23 +31,21 @@ TEST(ImgFlat, TwoPointGradientAlongEachAxis) {
   for (int y = 0; y < 4; ++y)
     for (int x = 0; x < 5; ++x) EXPECT_EQ(At(*target, x, y), 100.0f + x * y + 2.0f * (y + 3)) << x << "," << y;
   EXPECT_EQ(target->GetLockCount() + src->GetLockCount(), 0);
-}
 
-TEST(ImgFlat, TwoPointGradientOnADiagonalAndItsReference) {
-  auto src = Image(3, 3, 1, [](int, int, int) { return 0.0; });
-  auto target = Image(3, 3, 1, [](int, int, int) { return 0.0; });
-  double slope = 1.0;
   // A 3-4-5 triangle pointing backwards: (ux, uy) = (−0.6, −0.8); reference (9 + 5)/2 = 7.
-  CPoint p1(4, 9), p2(1, 5);
-  Flat(target).DoFlat(src.get(), &p1, &p2, &slope, nullptr, nullptr, 0, nullptr, 0);
+  auto zero = Image(3, 3, 1, [](int, int, int) { return 0.0; });
+  auto diagonal = Image(3, 3, 1, [](int, int, int) { return 0.0; });
+  CPoint r1(4, 9), r2(1, 5);
+  slope = 1.0;
+  Flat(diagonal).DoFlat(zero.get(), &r1, &r2, &slope, nullptr, nullptr, 0, nullptr, 0);
   // v = −t = 0.6 x + 0.8 y + 7; 1e-5 covers the float store of values near 10.
   for (int y = 0; y < 3; ++y)
-    for (int x = 0; x < 3; ++x) EXPECT_NEAR(At(*target, x, y), 0.6 * x + 0.8 * y + 7, 1e-5);
+    for (int x = 0; x < 3; ++x) EXPECT_NEAR(At(*diagonal, x, y), 0.6 * x + 0.8 * y + 7, 1e-5);
 
   // The reference keeps only the low 16 bits, signed: 50000 reads as 50000 − 65536.
   CPoint far1(0, 50000), far2(0, 50001);  // (100001)/2 = 50000; dy > 0 so t = y − c
-  Flat(target).DoFlat(src.get(), &far1, &far2, &slope, nullptr, nullptr, 0, nullptr, 0);
-  EXPECT_EQ(At(*target, 0, 2), -(2.0f + 15536.0f));
+  Flat(diagonal).DoFlat(zero.get(), &far1, &far2, &slope, nullptr, nullptr, 0, nullptr, 0);
+  EXPECT_EQ(At(*diagonal, 0, 2), -(2.0f + 15536.0f));
 }
 
 TEST(ImgFlat, ProportionalModeScalesAboutTheBase) {
@@ -76,18 +74,14 @@ TEST(ImgFlat, ProportionalModeScalesAboutTheBase) {
 }
 
 TEST(ImgFlat, PlaneFitGradientIsRemovedKeepingTheCentre) {
-  {
-    const int w = 17, h = 5;
-    const double cx = (w - 1) / 2.0, cy = (h - 1) / 2.0;
-    double gx[3] = {0.5, -1.0, 2.0}, gy[3] = {1.5, 0.25, -3.0};
-    auto sky = [&](int x, int y, int p) { return 300.0 + 10 * p + gx[p] * (x - cx) + gy[p] * (y - cy); };
-    auto src = Image(w, h, 3, sky);
-    auto target = Image(w, h, 3, [](int, int, int) { return 0.0; });
-    static_cast<CImgFlat&>(*target).DoFlatPoint(src.get(), gx, gy, nullptr, nullptr, 0, nullptr, 0);
-    auto flat = Image(w, h, 3, [](int, int, int p) { return 300.0 + 10 * p; });
-    // Inputs stored as float near 300: 6e-5 per rounding.
-    EXPECT_TRUE(qrntest::ImagesNear(*target, *flat, 1e-4)) << w;
-  }
+  const int w = 17, h = 5;
+  const double cx = (w - 1) / 2.0, cy = (h - 1) / 2.0;
+  double gx[3] = {0.5, -1.0, 2.0}, gy[3] = {1.5, 0.25, -3.0};
+  auto src = Image(w, h, 3, [&](int x, int y, int p) { return 300.0 + 10 * p + gx[p] * (x - cx) + gy[p] * (y - cy); });
+  auto target = Image(w, h, 3, [](int, int, int) { return 0.0; });
+  static_cast<CImgFlat&>(*target).DoFlatPoint(src.get(), gx, gy, nullptr, nullptr, 0, nullptr, 0);
+  auto flat = Image(w, h, 3, [](int, int, int p) { return 300.0 + 10 * p; });
+  EXPECT_TRUE(qrntest::ImagesNear(*target, *flat, 1e-4));  // float inputs near 300: 6e-5 per rounding
 }
 
 TEST(ImgFlat, ParabolicVignettingIsFlattenedInBothModes) {

@@ -94,11 +94,10 @@ TEST(Sharpening, StepEdgeOvershootsAndTheCorrectionScalesWithWeight) {
   for (int x = 0; x < 17; ++x) EXPECT_NEAR(Correction(*twice, *work, x), 2.0 * Correction(*once, *work, x), 1e-4);
 }
 
-TEST(Sharpening, ThresholdsProtectSkyAndCoresAndRampBetween) {
+TEST(Sharpening, ThresholdsAndBrighterSwitchDampTheCorrection) {
   auto work = StepImage();
   auto full = MakeImage(17, 3, 1), dst = MakeImage(17, 3, 1);
-  SharpArgs plain;
-  plain.Run(kUnsharp, *full, work.get());
+  SharpArgs().Run(kUnsharp, *full, work.get());
 
   SharpArgs low;
   low.minOn[0] = 1, low.min[0] = 50;
@@ -122,12 +121,8 @@ TEST(Sharpening, ThresholdsProtectSkyAndCoresAndRampBetween) {
   ramp.maxOn[0] = 1, ramp.max[0] = 150, ramp.maxBuf[0] = 100;  // and halfway down 50 .. 150
   ramp.Run(kUnsharp, *dst, work.get());
   EXPECT_NEAR(Correction(*dst, *work, 8), 0.5 * Correction(*full, *work, 8), 1e-4);
-}
 
-TEST(Sharpening, BrighterSwitchDampsOnlyTheDarkening) {
-  auto work = StepImage();
-  auto full = MakeImage(17, 3, 1), dst = MakeImage(17, 3, 1);
-  SharpArgs().Run(kUnsharp, *full, work.get());
+  // The brighter switch damps only the darkening.
   SharpArgs a;
   a.brighterOn[0] = 1, a.brighter[0] = 100;
   a.Run(kUnsharp, *dst, work.get());

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "common/ImageCompare.h"
@@ -23,6 +24,17 @@ std::unique_ptr<COrbImage> MakeImage(int w, int h, int planes, double lo = 0.0, 
   auto image = std::make_unique<COrbImage>(-32, w, h, planes);
   for (int p = 0; p < planes; ++p) image->SetLevel(p, lo, hi);
   return image;
+}
+
+template <class F>
+std::unique_ptr<COrbImage> Filled(int w, int h, int planes, F f, double lo = 0.0, double hi = 255.0) {
+  auto image = MakeImage(w, h, planes, lo, hi);
+  Fill(*image, f);
+  return image;
+}
+
+auto Const(double v) {
+  return [v](int, int, int) { return v; };
 }
 
 CImgFilterSpecial& Special(COrbImage& image) { return static_cast<CImgFilterSpecial&>(image); }
@@ -47,16 +59,12 @@ struct Development {
   }
 };
 
-class DebugCapture {
- public:
+struct DebugCapture {
+  std::wstring text;
   DebugCapture() {
-    SetDebugOutputHook([this](const wchar_t* text) { m_text += text; });
+    SetDebugOutputHook([this](const wchar_t* t) { text += t; });
   }
   ~DebugCapture() { SetDebugOutputHook({}); }
-  const std::wstring& Text() const { return m_text; }
-
- private:
-  std::wstring m_text;
 };
 
 // ---- Digital development ---------------------------------------------------------------
@@ -64,8 +72,7 @@ class DebugCapture {
 TEST(DigitalDevelopment, PixelAtTheMedianKeepsItsValueOnAwkwardShapes) {
   for (int planes : {1, 3})
     for (int w : {1, 3, 5, 17}) {
-      auto work = MakeImage(w, 4, planes, 0.0, 1000.0);
-      Fill(*work, [](int, int, int) { return 100.0; });
+      auto work = Filled(w, 4, planes, Const(100.0), 0.0, 1000.0);
       auto dst = MakeImage(w, 4, planes, 0.0, 1000.0);
       Development dd;
       dd.background[0] = 50.0;
@@ -84,8 +91,7 @@ TEST(DigitalDevelopment, PixelAtTheMedianKeepsItsValueOnAwkwardShapes) {
 TEST(DigitalDevelopment, WithoutOffsetASmoothGradientFlattensToTheMedian) {
   // A symmetric kernel reproduces a linear ramp away from the edges, so value / blur = 1 and
   // every interior pixel becomes mult, the median on this 0..255 scale.
-  auto work = MakeImage(21, 5, 1);
-  Fill(*work, [](int x, int, int) { return 20.0 + 5.0 * x; });
+  auto work = Filled(21, 5, 1, [](int x, int, int) { return 20.0 + 5.0 * x; });
   auto dst = MakeImage(21, 5, 1);
   Development dd;
   dd.sigma[0] = 1.0;  // radius trunc(2.8 + 1) = 3
@@ -100,10 +106,8 @@ TEST(DigitalDevelopment, WithoutOffsetASmoothGradientFlattensToTheMedian) {
 }
 
 TEST(DigitalDevelopment, DisabledOrNonPositiveDivisorKeepsThePixelAsRead) {
-  auto work = MakeImage(6, 5, 1);
-  Fill(*work, [](int x, int y, int) { return 10.0 * x + y; });
-  auto dst = MakeImage(6, 5, 1);
-  Fill(*dst, [](int, int, int) { return -7.0; });
+  auto work = Filled(6, 5, 1, [](int x, int y, int) { return 10.0 * x + y; });
+  auto dst = Filled(6, 5, 1, Const(-7.0));
   Development dd;
   dd.Prepare(*dst, *work);
   CRect rect(1, 1, 4, 3);
@@ -127,8 +131,8 @@ TEST(DigitalDevelopment, DisabledOrNonPositiveDivisorKeepsThePixelAsRead) {
 // the same, so the results must be equal. The offset leaves about half the divisors not
 // positive, and the width 37 leaves a tail after the vectors.
 TEST(DigitalDevelopment, VectorRowsGiveTheDefinitionsValuesExactly) {
-  auto work = MakeImage(37, 7, 1, 100.0, 900.0);
-  Fill(*work, [](int x, int y, int) { return 300.0 + 13.7 * ((x * 7 + y * 3) % 11) + 40.0 * (x / 9); });
+  auto work = Filled(37, 7, 1, [](int x, int y, int) { return 300.0 + 13.7 * ((x * 7 + y * 3) % 11) + 40.0 * (x / 9); },
+                     100.0, 900.0);
   for (int path = 0; path < 3; ++path) {
     CQrnSys::SetSIMD(path == 0 ? 0 : 2);
     qrn::simd::SetWideVectors(path == 2 ? 1 : 0);
@@ -158,16 +162,13 @@ TEST(DigitalDevelopment, VectorRowsGiveTheDefinitionsValuesExactly) {
   qrn::simd::SetWideVectors(-1);
 }
 
-TEST(DigitalDevelopment, GammaCurveMapsOnlyValuesAboveItsLowerBound) {
-  auto work = MakeImage(3, 1, 1);
+TEST(DigitalDevelopment, GammaBeforeAndAfterTheDivision) {
   const float in[3] = {-5.0f, 25.0f, 100.0f};
-  for (int x = 0; x < 3; ++x) work->SetPixelGrayRaw(x, 0, in[x], 0);
+  auto work = Filled(3, 1, 1, [&](int x, int, int) { return in[x]; });
   auto dst = MakeImage(3, 1, 1);
   Development dd;
   dd.gamma[0] = 2.0;
-  dd.gLow[0] = 0.0f;
-  dd.gRange[0] = 100.0f;
-  dd.Prepare(*dst, *work);
+  dd.Prepare(*dst, *work);  // the gamma's level source is set below
   dd.gLow[0] = 0.0f;
   dd.gRange[0] = 100.0f;
   dd.Run(*dst, *work, 0);
@@ -178,26 +179,24 @@ TEST(DigitalDevelopment, GammaCurveMapsOnlyValuesAboveItsLowerBound) {
   // After the division the gamma works on the 0..255 scale; disabled it copies.
   dd.RunAfter(*dst, *work, 0);
   EXPECT_TRUE(ImagesNear(*dst, *work, 0.0));
-}
-
-TEST(DigitalDevelopment, GammaAfterDivisionAppliesToTheDevelopedValue) {
-  auto work = MakeImage(4, 4, 1);
-  Fill(*work, [](int, int, int) { return 100.0; });
-  auto dst = MakeImage(4, 4, 1);
-  Development dd;
-  dd.gamma[0] = 2.0;
+  // The median, 25, enters mult through the curve only when the gamma comes first.
+  const float curved = dd.mult[0];
   dd.Prepare(*dst, *work, 0, 1);
+  EXPECT_GT(curved, 25.0f);
+  EXPECT_FLOAT_EQ(dd.mult[0], 25.0f);
+
+  auto flat = Filled(4, 4, 1, Const(100.0));
+  auto after = MakeImage(4, 4, 1);
+  dd.Prepare(*after, *flat, 0, 1);
   EXPECT_FLOAT_EQ(dd.mult[0], 100.0f);  // gammaAfter: the median enters without the curve
-  dd.RunAfter(*dst, *work);
-  // Developed value 100 on 0..255, then sqrt(100 / 255) * 255 = 159.687...
-  // Tolerance: float pow and the scale round trip, far below 1e-3.
-  EXPECT_NEAR(dst->GetPixelGrayRaw(2, 1, 0), std::sqrt(100.0 / 255.0) * 255.0, 1e-3);
+  dd.RunAfter(*after, *flat);
+  // Developed value 100 on 0..255, then sqrt(100 / 255) * 255; float pow and scaling: 1e-3.
+  EXPECT_NEAR(after->GetPixelGrayRaw(2, 1, 0), std::sqrt(100.0 / 255.0) * 255.0, 1e-3);
 }
 
 TEST(DigitalDevelopment, FilterPlaneThreeDividesEveryPlaneByTheMeanBlur) {
-  auto work = MakeImage(5, 3, 3);
   const double value[3] = {100.0, 200.0, 30.0};
-  Fill(*work, [&](int, int, int p) { return value[p]; });
+  auto work = Filled(5, 3, 3, [&](int, int, int p) { return value[p]; });
   auto dst = MakeImage(5, 3, 3);
   Development dd;
   dd.Prepare(*dst, *work);
@@ -221,14 +220,13 @@ TEST(DigitalDevelopment, DebuggerLinesAndUnknownKernelType) {
   EXPECT_FLOAT_EQ(dd.offset[0], -3.0f);  // untouched
   dd.Run(*dst, *work);
   dd.RunAfter(*dst, *work);
-  EXPECT_EQ(capture.Text(),
+  EXPECT_EQ(capture.text,
             L"CImgFilterSpecial::DigitalDvlp1\nCImgFilterSpecial::DigitalDvlp2\n"
             L"CImgFilterSpecial::DigitalDvlpGmAftrDdp\n");
 }
 
 TEST(DigitalDevelopment, BorderedWorkImageIsReadCentred) {
-  auto src = MakeImage(9, 7, 1);
-  Fill(*src, [](int x, int y, int) { return 40.0 + 3.0 * x + 2.0 * y; });
+  auto src = Filled(9, 7, 1, [](int x, int y, int) { return 40.0 + 3.0 * x + 2.0 * y; });
   std::unique_ptr<COrbImage> bordered(static_cast<CImgFilter&>(*src).MakeDDWork(2, 0));
   ASSERT_TRUE(bordered);
   auto a = MakeImage(9, 7, 1), b = MakeImage(9, 7, 1);
@@ -242,10 +240,7 @@ TEST(DigitalDevelopment, BorderedWorkImageIsReadCentred) {
 }
 
 TEST(DigitalDevelopment, LevelSourcesAndTheirCarryOverToColourPlanes) {
-  auto work = MakeImage(2, 1, 1);
-  work->SetPixelGrayRaw(0, 0, 10.0f, 0);
-  work->SetPixelGrayRaw(1, 0, 90.0f, 0);
-  work->SetLevel(0, 0.0, 70.0);
+  auto work = Filled(2, 1, 1, [](int x, int, int) { return x ? 90.0 : 10.0; }, 0.0, 70.0);
   work->CalcMinMax();
   auto dst = MakeImage(2, 1, 1, 5.0, 105.0);
   float mn[3] = {-1, -1, -1}, mx[3] = {-1, -1, -1}, rg[3];
@@ -261,8 +256,7 @@ TEST(DigitalDevelopment, LevelSourcesAndTheirCarryOverToColourPlanes) {
   EXPECT_EQ(rg[1], 0.0f);  // -1 - -1
 
   // Colour: plane 0 at 0..100, plane 1 at 0..200, plane 2 at 10..110.
-  auto colour = MakeImage(2, 1, 3);
-  Fill(*colour, [](int x, int, int) { return x ? 50.0 : 20.0; });
+  auto colour = Filled(2, 1, 3, [](int x, int, int) { return x ? 50.0 : 20.0; });
   colour->CalcMinMax();
   auto cdst = MakeImage(2, 1, 3, 0.0, 100.0);
   cdst->SetLevel(1, 0.0, 200.0);
@@ -279,30 +273,25 @@ TEST(DigitalDevelopment, LevelSourcesAndTheirCarryOverToColourPlanes) {
 }
 
 TEST(DigitalDevelopment, GetLevelMapsTheWindowThroughTheGamma) {
-  auto work = MakeImage(2, 1, 1);
-  work->SetPixelGrayRaw(1, 0, 100.0f, 0);
+  auto work = Filled(2, 1, 1, [](int x, int, int) { return 100.0 * x; });
   work->CalcMinMax();  // level source mode 1: 0 .. 100
   auto dst = MakeImage(2, 1, 1);
-  double gamma[3] = {2, 1, 1}, low[3] = {25, 0, 0}, high[3] = {64, 0, 0};
-  Special(*dst).DigitalDvlpGetLevel(gamma, 1, work.get(), low, high);
-  EXPECT_NEAR(low[0], 50.0, 1e-4);  // sqrt(0.25) * 100, float pow
-  EXPECT_NEAR(high[0], 80.0, 1e-4);
-  double low2[3] = {-5, 0, 0}, high2[3] = {64, 0, 0};
-  Special(*dst).DigitalDvlpGetLevel(gamma, 1, work.get(), low2, high2);
-  EXPECT_EQ(low2[0], -5.0);
-  EXPECT_NEAR(high2[0], 80.0, 1e-4);
-  double low3[3] = {25, 0, 0}, high3[3] = {120, 0, 0};
-  Special(*dst).DigitalDvlpGetLevel(gamma, 1, work.get(), low3, high3);
-  EXPECT_EQ(low3[0], 25.0);
-  EXPECT_EQ(high3[0], 120.0);
-  double ones[3] = {1, 1, 1};
-  Special(*dst).DigitalDvlpGetLevel(ones, 1, work.get(), low, high);
-  EXPECT_NEAR(low[0], 50.0, 1e-4);  // unchanged by a gamma of 1
+  auto level = [&](double g, double lo, double hi) {
+    double gamma[3] = {g, 1, 1}, low[3] = {lo, 0, 0}, high[3] = {hi, 0, 0};
+    Special(*dst).DigitalDvlpGetLevel(gamma, 1, work.get(), low, high);
+    return std::pair{low[0], high[0]};
+  };
+  const auto inside = level(2, 25, 64), lowBelow = level(2, -5, 64);
+  EXPECT_NEAR(inside.first, 50.0, 1e-4);  // sqrt(0.25) * 100, float pow
+  EXPECT_NEAR(inside.second, 80.0, 1e-4);
+  EXPECT_EQ(lowBelow.first, -5.0);  // only high is mapped
+  EXPECT_NEAR(lowBelow.second, 80.0, 1e-4);
+  EXPECT_EQ(level(2, 25, 120), std::pair(25.0, 120.0));  // high above the source: left alone
+  EXPECT_EQ(level(1, 25, 64), std::pair(25.0, 64.0));    // a gamma of 1 maps nothing
 }
 
 TEST(DigitalDevelopment, BadInputNeverCrashes) {
-  auto tiny = MakeImage(1, 1, 1);
-  tiny->SetPixelGrayRaw(0, 0, 42.0f, 0);
+  auto tiny = Filled(1, 1, 1, Const(42.0));
   auto dst = MakeImage(1, 1, 1);
   Development dd;
   dd.sigma[0] = 20.0;  // radius 57, far beyond the image
@@ -311,7 +300,7 @@ TEST(DigitalDevelopment, BadInputNeverCrashes) {
   dd.Run(*dst, *tiny);
   // A flat image keeps its value (42 is its median), kernel larger than the image or not.
   EXPECT_NEAR(dst->GetPixelGrayRaw(0, 0, 0), 42.0f, 1e-3);  // float rounding
-  Fill(*dst, [](int, int, int) { return 1.0; });
+  Fill(*dst, Const(1.0));
   CRect inverted(1, 1, 0, 0), outside(5, 5, 9, 9);
   dd.Run(*dst, *tiny, 1, &inverted);
   dd.Run(*dst, *tiny, 1, &outside);
@@ -328,21 +317,9 @@ TEST(DigitalDevelopment, BadInputNeverCrashes) {
 
 /// Flat sky of 100 with one star of peak 1100 at (cx, cy).
 std::unique_ptr<COrbImage> StarImage(int w, int h, int planes, int cx, int cy) {
-  auto image = MakeImage(w, h, planes, 0.0, 2000.0);
-  Fill(*image, [&](int x, int y, int) {
-    const double r2 = (x - cx) * (x - cx) + (y - cy) * (y - cy);
-    return 100.0 + 1000.0 * std::exp(-r2 / 2.0);
-  });
-  return image;
-}
-
-TEST(StarFilters, StarSharpNeighbourhoodCounts) {
-  auto image = MakeImage(1, 1, 1);
-  CImgFilterSpecial& s = Special(*image);
-  EXPECT_EQ(s.GetStarSharpFilterNum(0.0), 1);
-  EXPECT_EQ(s.GetStarSharpFilterNum(1.0), 5);   // centre and four neighbours
-  EXPECT_EQ(s.GetStarSharpFilterNum(1.5), 13);  // disc of radius 2
-  EXPECT_EQ(s.GetStarSharpFilterNum(3.0), 29);
+  return Filled(w, h, planes, [&](int x, int y, int) {
+    return 100.0 + 1000.0 * std::exp(-((x - cx) * (x - cx) + (y - cy) * (y - cy)) / 2.0);
+  }, 0.0, 2000.0);
 }
 
 TEST(StarFilters, EnhanceBrightensTheStarAndLeavesTheSky) {
@@ -365,8 +342,13 @@ TEST(StarFilters, EnhanceBrightensTheStarAndLeavesTheSky) {
 TEST(StarFilters, StarSharpStaysInsideTheNeighbourhoodRange) {
   auto work = StarImage(17, 13, 1, 6, 6);
   auto dst = MakeImage(17, 13, 1, 0.0, 2000.0);
+  CImgFilterSpecial& s = Special(*dst);
+  EXPECT_EQ(s.GetStarSharpFilterNum(0.0), 1);
+  EXPECT_EQ(s.GetStarSharpFilterNum(1.0), 5);   // centre and four neighbours
+  EXPECT_EQ(s.GetStarSharpFilterNum(1.5), 13);  // disc of radius 2
+  EXPECT_EQ(s.GetStarSharpFilterNum(3.0), 29);
   double radius[3] = {1.5, 1.5, 1.5}, amount[3] = {3, 3, 3}, threshold[3] = {0, 0, 0};
-  Special(*dst).StarSharpFilter(radius, amount, threshold, 0, work.get(), nullptr, 0);
+  s.StarSharpFilter(radius, amount, threshold, 0, work.get(), nullptr, 0);
   // Brute force: every output lies within its disc of radius 2 of the work image.
   bool changed = false;
   for (int y = 0; y < 13; ++y)
@@ -414,8 +396,8 @@ TEST(StarFilters, NebulaSmootherCalmsTheSkyAndKeepsTheStar) {
 }
 
 TEST(StarFilters, MaskMarksTheStarGrownByTheGivenRadius) {
-  auto work = MakeImage(9, 7, 3, 0.0, 2000.0);
-  Fill(*work, [](int x, int y, int p) { return x == 4 && y == 3 && p == 2 ? 900.0 : 100.0; });
+  auto work = Filled(9, 7, 3, [](int x, int y, int p) { return x == 4 && y == 3 && p == 2 ? 900.0 : 100.0; }, 0.0,
+                     2000.0);
   auto dst = MakeImage(9, 7, 3, 0.0, 2000.0);
   Special(*dst).StaryMask(1.0, 50.0, 1.0, 0, work.get(), nullptr, 0);
   for (int p = 0; p < 3; ++p) {
@@ -427,7 +409,7 @@ TEST(StarFilters, MaskMarksTheStarGrownByTheGivenRadius) {
       }
   }
   // A rectangle beside the star still sees it through the grown detection area.
-  Fill(*dst, [](int, int, int) { return 7.0; });
+  Fill(*dst, Const(7.0));
   CRect right(5, 0, 9, 7);
   Special(*dst).StaryMask(1.0, 50.0, 1.0, 0, work.get(), &right, 0);
   EXPECT_EQ(dst->GetPixelGrayRaw(5, 3, 0), 1.0f);
@@ -437,8 +419,7 @@ TEST(StarFilters, MaskMarksTheStarGrownByTheGivenRadius) {
 
 TEST(StarFilters, BadInputWritesNothing) {
   auto work = StarImage(3, 2, 1, 1, 1);
-  auto dst = MakeImage(3, 2, 1);
-  Fill(*dst, [](int, int, int) { return 5.0; });
+  auto dst = Filled(3, 2, 1, Const(5.0));
   double big[3] = {40, 40, 40}, one[3] = {1, 1, 1};
   CRect inverted(2, 2, 1, 1);
   Special(*dst).StarEnhanceFilter2(big, one, one, 0, work.get(), &inverted, 0);

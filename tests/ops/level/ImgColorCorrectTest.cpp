@@ -15,24 +15,21 @@ std::unique_ptr<COrbImage> Rgb(float r, float g, float b) {
   return Make(3, 2, 3, 0, 255, [&](int, int, int p) { return p == 0 ? r : p == 1 ? g : b; });
 }
 
-TEST(ImgColorCorrect, IdentityAtFullStrengthReproducesTheSource) {
+TEST(ImgColorCorrect, IdentityReproducesTheSourceAndHalfStrengthBlends) {
   auto src = leveltest::Noise(17, 3, 3, 900, 5000);
   COrbImage dst(*src);
-  tagMATRIX m = kIdentity;
+  tagMATRIX m = kIdentity, swap = kSwapRedBlue;
   EXPECT_EQ(static_cast<CImgColorCorrect&>(dst).Do(&m, 1.0, 2, 1000.0f, 0, src.get(), nullptr, 0), 1);
   // Two level-window mappings in double, stored as float: within an ulp of ~6000.
   for (int p = 0; p < 3; ++p)
     for (int x = 0; x < 17; ++x) EXPECT_NEAR(dst.GetPixelGrayRaw(x, 2, p), src->GetPixelGrayRaw(x, 2, p), 1e-3);
-}
 
-TEST(ImgColorCorrect, HalfStrengthBlendsWithTheSource) {
-  auto src = Rgb(200, 100, 40);
-  COrbImage dst(*src);
-  tagMATRIX m = kSwapRedBlue;
-  static_cast<CImgColorCorrect&>(dst).Do(&m, 0.5, 0, 0.0f, 0, src.get(), nullptr, 0);
-  EXPECT_FLOAT_EQ(dst.GetPixelGrayRaw(1, 1, 0), 120.0f);  // (200 + 40) / 2
-  EXPECT_FLOAT_EQ(dst.GetPixelGrayRaw(1, 1, 1), 100.0f);
-  EXPECT_FLOAT_EQ(dst.GetPixelGrayRaw(1, 1, 2), 120.0f);
+  auto rgb = Rgb(200, 100, 40);
+  COrbImage half(*rgb);
+  static_cast<CImgColorCorrect&>(half).Do(&swap, 0.5, 0, 0.0f, 0, rgb.get(), nullptr, 0);
+  EXPECT_FLOAT_EQ(half.GetPixelGrayRaw(1, 1, 0), 120.0f);  // (200 + 40) / 2
+  EXPECT_FLOAT_EQ(half.GetPixelGrayRaw(1, 1, 1), 100.0f);
+  EXPECT_FLOAT_EQ(half.GetPixelGrayRaw(1, 1, 2), 120.0f);
 }
 
 TEST(ImgColorCorrect, MatrixActsAboutTheBlackPoint) {

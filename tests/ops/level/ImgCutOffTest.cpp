@@ -18,13 +18,10 @@ TEST(ImgCutOff, ReplacesAtAndBeyondTheSourceWindow) {
   const float expected[6] = {-1, -1, 10.5f, 19.5f, 99, 99};
   for (int p = 0; p < 3; ++p)
     for (int x = 0; x < 6; ++x) EXPECT_EQ(dst->GetPixelGrayRaw(x, 0, p), expected[x]) << p << " " << x;
-}
 
-TEST(ImgCutOff, SampleOnBothBoundsBecomesLow) {
-  auto src = Make(1, 1, 1, 7, 7, [](int, int, int) { return 7; });
-  COrbImage dst(*src);
-  static_cast<CImgCutOff&>(dst).Do(&dst, 1, 2, nullptr, 0);
-  EXPECT_EQ(dst.GetPixelGrayRaw(0, 0, 0), 1.0f);
+  auto one = Make(1, 1, 1, 7, 7, [](int, int, int) { return 7; });  // on both bounds: low
+  static_cast<CImgCutOff&>(*one).Do(one.get(), 1, 2, nullptr, 0);
+  EXPECT_EQ(one->GetPixelGrayRaw(0, 0, 0), 1.0f);
 }
 
 TEST(ImgCutOff, EveryRowVariantFollowsTheSampleRule) {
@@ -50,7 +47,7 @@ TEST(ImgCutOff, EveryRowVariantFollowsTheSampleRule) {
   });
 }
 
-TEST(ImgCutOff, RectangleLimitsTheChange) {
+TEST(ImgCutOff, RectangleReachingOutsideIsClipped) {
   auto src = Make(4, 4, 1, 10, 20, [](int, int, int) { return 0; });
   COrbImage dst(*src);
   CRect rect(-5, 2, 2, 3);

@@ -102,14 +102,6 @@ TEST(ImgFalseColor, GreyImageBecomesColourThroughItsWindow) {
   }
 }
 
-TEST(ImgFalseColor, LowAndHighStretchTheInput) {
-  auto src = Make(2, 1, 1, 0, 255, [](int x, int, int) { return 100 + 50 * x; });
-  auto dst = Make(2, 1, 3, 0, 255, [](int, int, int) { return 0; });
-  static_cast<CImgFalseColor&>(*dst).Do(100, 150, 99, 0, src.get(), nullptr, 0);
-  EXPECT_FLOAT_EQ(dst->GetPixelGrayRaw(0, 0, 1), 0.0f);
-  EXPECT_FLOAT_EQ(dst->GetPixelGrayRaw(1, 0, 1), 255.0f);
-}
-
 TEST(ImgFalseColor, EveryPixelIsItsColourThroughTheTargetWindowOnEveryPath) {
   // Rows longer than the blocks the rows are painted in, values below, inside and above the
   // window and NaN, every scheme with and without cycles, grey and colour sources, both

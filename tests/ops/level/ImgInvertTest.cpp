@@ -15,11 +15,13 @@ class ImgInvertTest : public leveltest::BothPaths {};
 TEST_P(ImgInvertTest, MirrorsWithinTheLevelWindow) {
   for (int w : {1, 3, 5, 17}) {
     auto src = Make(w, 2, 3, 100, 300, [](int x, int, int p) { return 100 + 10 * x + p; });
-    COrbImage dst(*src);
+    COrbImage dst(*src), inPlace(*src);
     static_cast<CImgInvert&>(dst).Do(src.get(), nullptr, 0);
+    static_cast<CImgInvert&>(inPlace).Do(&inPlace, nullptr, 0);
     // min + max − v = 400 − v; the float mapping rounds at a few ulps of 400 (≈ 3e-5 each).
     for (int p = 0; p < 3; ++p)
       for (int x = 0; x < w; ++x) EXPECT_NEAR(dst.GetPixelGrayRaw(x, 1, p), 300.0f - 10 * x - p, 2e-4);
+    EXPECT_TRUE(leveltest::BitEqual(inPlace, dst));
   }
 }
 

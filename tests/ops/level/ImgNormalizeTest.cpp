@@ -54,13 +54,14 @@ TEST(ImgNormalize, BothReachTheRequestedMomentsOnEveryPlane) {
 TEST(ImgNormalize, EverySampleFollowsTheInOrderSumsAndTheTwoSteps) {
   // Lines long enough for the sums to go by blocks: the moments from double sums taken in
   // sample order, the shift stored as float, then the scaling about the new mean; bit for bit
-  // on both widths.
+  // on both widths, into another image and in place.
   auto src = leveltest::Noise(2500, 9, 3, 900, 5000, 5);
   float mean[3] = {100, 2000, -50}, sigma[3] = {10, 300, 1};
   for (int wide : {1, 0}) {
     qrn::simd::SetWideVectors(wide);
-    COrbImage dst(*src);
+    COrbImage dst(*src), inPlace(*src);
     static_cast<CImgNormalize&>(dst).Do(src.get(), mean, sigma, 0);
+    static_cast<CImgNormalize&>(inPlace).Do(&inPlace, mean, sigma, 1);
     for (int p = 0; p < 3; ++p) {
       double sum = 0, squares = 0;
       for (int y = 0; y < src->GetHeight(); ++y)
@@ -76,6 +77,7 @@ TEST(ImgNormalize, EverySampleFollowsTheInOrderSumsAndTheTwoSteps) {
           const float shifted = static_cast<float>(src->GetPixelGrayRaw(x, y, p) + (mean[p] - mu));
           const float expected = static_cast<float>((shifted - double(mean[p])) * factor + mean[p]);
           ASSERT_EQ(dst.GetPixelGrayRaw(x, y, p), expected) << x << "," << y << " plane " << p << " wide " << wide;
+          ASSERT_EQ(inPlace.GetPixelGrayRaw(x, y, p), expected) << "in place";
         }
     }
   }
