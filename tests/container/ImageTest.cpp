@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <tuple>
+#include <utility>
 
 namespace {
 template <class T>
@@ -15,12 +17,10 @@ void Put(CImage& image, int x, int y, int plane, T value) {
 }  // namespace
 
 TEST(CImage, ConstructionRejectsBadLayoutsWithAnEmptyImage) {
-  EXPECT_TRUE(CImage(-32, 0, 10, 1).IsEmpty());
-  EXPECT_TRUE(CImage(-32, 10, -5, 1).IsEmpty());
-  EXPECT_TRUE(CImage(-32, 10, 10, 0).IsEmpty());
-  EXPECT_TRUE(CImage(-32, 10, 10, 5).IsEmpty());
-  EXPECT_TRUE(CImage(12, 10, 10, 1).IsEmpty());
-  EXPECT_TRUE(CImage(-64, std::numeric_limits<int>::max(), std::numeric_limits<int>::max(), 3).IsEmpty());
+  const int big = std::numeric_limits<int>::max();
+  for (const CImage& bad : {CImage(-32, 0, 10, 1), CImage(-32, 10, -5, 1), CImage(-32, 10, 10, 0),
+                            CImage(-32, 10, 10, 5), CImage(12, 10, 10, 1), CImage(-64, big, big, 3)})
+    EXPECT_TRUE(bad.IsEmpty());
   CImage ok(-32, 10, 4, 3);
   EXPECT_FALSE(ok.IsEmpty());
   EXPECT_TRUE(ok.IsColor());
@@ -70,10 +70,9 @@ TEST(CImage, ChangeBitsKeepsPhysicalValues) {
     EXPECT_NEAR(fitted.GetPixel(i % 3, i / 3, 0), values[i], 0.5) << i;
 
   CImage clamped(image);
-  ASSERT_EQ(clamped.ChangeBits(8, 0, 0), 1);
-  EXPECT_DOUBLE_EQ(clamped.GetPixel(0, 0, 0), 0.0);    // below the byte range
-  EXPECT_DOUBLE_EQ(clamped.GetPixel(2, 0, 0), 12.0);   // rounded
-  EXPECT_DOUBLE_EQ(clamped.GetPixel(1, 1, 0), 255.0);  // above the byte range
+  ASSERT_EQ(clamped.ChangeBits(8, 0, 0), 1);  // clamped to the byte range, rounded inside it
+  EXPECT_EQ(std::make_tuple(clamped.GetPixel(0, 0, 0), clamped.GetPixel(2, 0, 0), clamped.GetPixel(1, 1, 0)),
+            std::make_tuple(0.0, 12.0, 255.0));
 
   ASSERT_EQ(fitted.ChangeBits(-64, 0, 0), 1);
   EXPECT_DOUBLE_EQ(fitted.GetBscale(), 1.0);
@@ -110,10 +109,9 @@ TEST(CImage, ChangeSizeKeepsTheTopLeftAndZeroesTheRest) {
   for (int y = 0; y < 3; ++y)
     for (int x = 0; x < 3; ++x) Put<float>(image, x, y, 0, float(10 * y + x + 1));
   ASSERT_EQ(image.ChangeSize(5, 2), 1);
-  EXPECT_EQ(image.GetWidth(), 5);
-  EXPECT_EQ(image.GetHeight(), 2);
-  EXPECT_DOUBLE_EQ(image.GetPixel(2, 1, 0), 13.0);
-  EXPECT_DOUBLE_EQ(image.GetPixel(4, 1, 0), 0.0);
+  EXPECT_EQ(std::make_pair(image.GetWidth(), image.GetHeight()), std::make_pair(5, 2));
+  for (int y = 0; y < 2; ++y)
+    for (int x = 0; x < 5; ++x) EXPECT_EQ(image.GetPixel(x, y, 0), x < 3 ? 10 * y + x + 1 : 0.0) << x << "," << y;
   EXPECT_EQ(image.ChangeSize(0, 2), 0);
   EXPECT_EQ(image.ChangeSize(4, -1), 0);
   EXPECT_EQ(image.GetWidth(), 5);
@@ -137,8 +135,7 @@ TEST(CImage, CopyCreateAndSwapCarryFormatLevelsAndHeader) {
 
   CImage b(8, 1, 1, 1);
   a.Swap(&b);
-  EXPECT_EQ(a.GetBitsPixel(), 8);
-  EXPECT_EQ(b.GetPlanes(), 3);
+  EXPECT_EQ(std::make_pair(a.GetBitsPixel(), b.GetPlanes()), std::make_pair(8, 3));
   EXPECT_DOUBLE_EQ(b.GetPixel(3, 2, 2), 9.5);
   CString object;
   EXPECT_TRUE(b.GetHeader().GetKeyword(L"OBJECT", object));
@@ -181,19 +178,17 @@ TEST(CImage, AttachDibReadsGreyPalettesAndColourBitmaps) {
   HGLOBAL grey = MakeDib(3, 2, 8, greyPalette, {{1, 2, 3}, {4, 5, 6}});
   CImage image;
   ASSERT_EQ(image.AttachDIB(grey), 1);
-  EXPECT_EQ(image.GetPlanes(), 1);
-  EXPECT_EQ(image.GetBitsPixel(), 8);
-  EXPECT_DOUBLE_EQ(image.GetPixel(0, 0, 0), 1.0);  // first picture line is the last bitmap row
-  EXPECT_DOUBLE_EQ(image.GetPixel(2, 1, 0), 6.0);
+  EXPECT_EQ(std::make_pair(image.GetPlanes(), image.GetBitsPixel()), std::make_pair(1, 8));
+  for (int y = 0; y < 2; ++y)  // the first picture line is the last bitmap row
+    for (int x = 0; x < 3; ++x) EXPECT_EQ(image.GetPixel(x, y, 0), 1 + x + 3 * y) << x << "," << y;
   GlobalFree(grey);
-
   // Two pixels: pure red, then blue-ish, stored as blue, green, red.
   HGLOBAL colour = MakeDib(2, 1, 24, {}, {{0, 0, 255, 200, 10, 20}});
   ASSERT_EQ(image.AttachDIB(colour), 1);
   EXPECT_EQ(image.GetPlanes(), 3);
-  EXPECT_DOUBLE_EQ(image.GetPixel(0, 0, 0), 255.0);
-  EXPECT_DOUBLE_EQ(image.GetPixel(1, 0, 0), 20.0);
-  EXPECT_DOUBLE_EQ(image.GetPixel(1, 0, 2), 200.0);
+  EXPECT_EQ(std::make_tuple(image.GetPixel(0, 0, 0), image.GetPixel(1, 0, 0), image.GetPixel(1, 0, 1),
+                            image.GetPixel(1, 0, 2)),
+            std::make_tuple(255.0, 20.0, 10.0, 200.0));
   GlobalFree(colour);
 
   HGLOBAL truncated = GlobalAlloc(GHND, 20);

@@ -18,13 +18,10 @@ TEST(ColorTest, UnitGreyIsTheWhitePoint) {
   CColor c;
   c.RgbToLab(1, 1, 1);
   // Each matrix row sums to 5.6508 within one rounding of the three products.
-  EXPECT_NEAR(c.GetX(), 5.6508, 1e-14);
-  EXPECT_NEAR(c.GetY(), 5.6508, 1e-14);
-  EXPECT_NEAR(c.GetZ(), 5.6508, 1e-14);
+  for (double v : {c.GetX(), c.GetY(), c.GetZ()}) EXPECT_NEAR(v, 5.6508, 1e-14);
   // L = 116 * cbrt(1) - 16; the cube root via pow may be one ulp off.
   EXPECT_NEAR(c.GetL(), 100.0, 1e-12);
-  EXPECT_NEAR(c.Geta(), 0.0, 1e-12);
-  EXPECT_NEAR(c.Getb(), 0.0, 1e-12);
+  for (double v : {c.Geta(), c.Getb()}) EXPECT_NEAR(v, 0.0, 1e-12);
 }
 
 TEST(ColorTest, GammaScalesAllComponentsByOneFactor) {

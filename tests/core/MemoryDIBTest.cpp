@@ -80,7 +80,7 @@ TEST(MemoryDIBTest, PackedBitmapIsAValidBmpFile) {
   }
 }
 
-TEST(MemoryDIBTest, EightBitPaletteIsGreyUnlessGiven) {
+TEST(MemoryDIBTest, EightBitPaletteIsGreyUnlessGivenAndGoesIntoThePackedBitmaps) {
   CMemoryDIB grey;
   ASSERT_TRUE(grey.Create(nullptr, 2, 1, 8));
   EXPECT_EQ(grey.GetPalette()[200].rgbRed, 200);
@@ -89,31 +89,25 @@ TEST(MemoryDIBTest, EightBitPaletteIsGreyUnlessGiven) {
   const RGBQUAD pal[2] = {{0, 0, 255, 0}, {255, 0, 0, 0}};  // red, blue
   CMemoryDIB dib;
   ASSERT_TRUE(dib.Create(nullptr, 2, 1, pal, 2));
+  EXPECT_EQ(dib.GetPalette()[7].rgbRed, 0);  // unlisted entries are black
   *dib.GetImageAdr8(0, 0) = 1;
   *dib.GetImageAdr8(1, 0) = 0;
   HGLOBAL block = dib.CreateHDIB();
-  const auto bytes = Bytes(block);
+  auto bytes = Bytes(block);
   GlobalFree(block);
-  const bmptest::Picture pic = bmptest::DecodePacked(bytes.data(), bytes.size());
+  bmptest::Picture pic = bmptest::DecodePacked(bytes.data(), bytes.size());
   ASSERT_EQ(pic.error, "");
   EXPECT_EQ(pic.At(0, 0)[2], 255);  // blue
   EXPECT_EQ(pic.At(1, 0)[0], 255);  // red
   EXPECT_EQ(pic.At(1, 0)[2], 0);
-  // Unlisted entries are black.
-  EXPECT_EQ(dib.GetPalette()[7].rgbRed, 0);
-}
-
-TEST(MemoryDIBTest, OwnBlockIsAPackedBitmapWithTheCurrentPalette) {
-  CMemoryDIB dib;
-  ASSERT_TRUE(dib.Create(nullptr, 3, 2, 8));
+  // The bitmap's own block carries the current palette.
   const RGBQUAD green{0, 255, 0, 0};
   dib.SetPalette(&green, 1);
-  HGLOBAL own = dib.GetHDIB();
-  ASSERT_NE(own, nullptr);
-  const auto bytes = Bytes(own);
-  const bmptest::Picture pic = bmptest::DecodePacked(bytes.data(), bytes.size());
+  ASSERT_NE(dib.GetHDIB(), nullptr);
+  bytes = Bytes(dib.GetHDIB());
+  pic = bmptest::DecodePacked(bytes.data(), bytes.size());
   ASSERT_EQ(pic.error, "");
-  EXPECT_EQ(pic.At(2, 1)[1], 255);  // index 0 is now green
+  EXPECT_EQ(pic.At(1, 0)[1], 255);  // index 0 is now green
 }
 
 TEST(VmDIBTest, MatchesTheMemoryBitmap) {

@@ -61,25 +61,27 @@ TEST(OrbImageCalibration, PlainFlatDividesByFlatOverItsPlaneZeroMean) {
   EXPECT_EQ(At(*colour, 1, 1, 2), 8.0f);
 }
 
-TEST(OrbImageCalibration, FlatWithPedestalAndGamma) {
-  // Flat 1..3, sum 8 over (w − 1)(h − 1) = 1: mean 8, bottom 3 − 2·2 = −1.
+TEST(OrbImageCalibration, FlatWithPedestalAndGammaWithAndWithoutGivenStatistics) {
+  // Flat 1..3, sum 8 over (w − 1)(h − 1) = 1: mean 8, bottom 3 − 2·2 = −1. With pedestal 0.25
+  // f' = f + 8 · 0.25; gamma −1 is no curve; gamma 2 maps the mean to (9/4)² · 4 − 1 = 19.25,
+  // flat 1 to 0 (no division) and flat 3 to 3. The combined pass without statistics measures
+  // the flat itself and must agree.
   auto flat = Image(2, 2, 1, {1, 3, 1, 3});
-  auto light = Image(2, 2, 1, [](int, int, int) { return 15.0; });
-  light->FlatClbrtn(flat.get(), 0.25f, 0.0, 0);  // f' = f + 8 · 0.25
-  EXPECT_EQ(At(*light, 0, 0), 40.0f);
-  EXPECT_EQ(At(*light, 1, 0), 24.0f);
-
-  // Pedestal 0 and no gamma: the plain division.
-  auto plain = Image(2, 2, 1, [](int, int, int) { return 15.0; });
-  plain->FlatClbrtn(flat.get(), 0.0f, -1.0, 0);
-  EXPECT_EQ(At(*plain, 0, 0), 120.0f);
-  EXPECT_EQ(At(*plain, 1, 0), 40.0f);
-
-  // Gamma 2: the mean maps to (9/4)² · 4 − 1 = 19.25, flat 1 to 0 (no division), flat 3 to 3.
-  auto curved = Image(2, 2, 1, [](int, int, int) { return 15.0; });
-  curved->FlatClbrtn(flat.get(), 0.0f, 2.0, 0);
-  EXPECT_EQ(At(*curved, 0, 0), 15.0f);
-  EXPECT_EQ(At(*curved, 1, 0), 96.25f);
+  const struct {
+    float pedestal;
+    double gamma;
+    float want[2];
+  } cases[] = {{0.25f, 0.0, {40, 24}}, {0.0f, -1.0, {120, 40}}, {0.0f, 2.0, {15, 96.25f}}};
+  for (const auto& c : cases) {
+    auto light = Image(2, 2, 1, [](int, int, int) { return 15.0; });
+    auto combined = light->Clone();
+    light->FlatClbrtn(flat.get(), c.pedestal, c.gamma, 0);
+    combined->DarkFlat(nullptr, nullptr, flat.get(), nullptr, nullptr, nullptr, c.pedestal, c.gamma, nullptr, 0);
+    for (int x = 0; x < 2; ++x) {
+      EXPECT_EQ(At(*light, x, 1), c.want[x]) << "gamma " << c.gamma << " x " << x;
+      EXPECT_EQ(At(*combined, x, 1), c.want[x]) << "gamma " << c.gamma << " x " << x;
+    }
+  }
 }
 
 TEST(OrbImageCalibration, FlatStatisticsAreThoseOfCalcMinMaxAndTheRawMean) {
@@ -157,7 +159,8 @@ TEST(OrbImageCalibration, CombinedPassMatchesTheSampleRuleOnAwkwardShapesAndEver
         for (int w : {1, 3, 5, 17, 37}) {
           const int h = 4, left = w > 5 ? 1 : 0;
           auto src = Image(w, h, planes, [](int x, int y, int p) { return 40.0 + 13 * x - 7 * y + 5 * p; });
-          auto dark = Image(w, h, 1, [](int x, int y, int) { return (x + 2 * y) % 5 * 9.0; });
+          // A grey dark serves every plane; a colour one (with the curve) has its own planes.
+          auto dark = Image(w, h, gamma > 0 ? planes : 1, [](int x, int y, int p) { return (x + 2 * y + p) % 5 * 9.0; });
           // Flat samples from −0.2 (no division) to 1.0.
           auto flat = Image(w, h, planes, [](int x, int y, int p) { return -0.2 + 0.15 * ((x * 3 + y + p) % 9); });
           float lo[3], hi[3], mean[3];
@@ -166,13 +169,13 @@ TEST(OrbImageCalibration, CombinedPassMatchesTheSampleRuleOnAwkwardShapesAndEver
           CRect rect(left, 0, w, h);
           CQrnSys::SetSIMD(path == 0 ? 0 : -1);
           qrn::simd::SetStreamStores(path == 2 ? 1 : 0);
-          target->DarkFlat(src.get(), dark.get(), flat.get(), lo, hi, mean, 0.05f, gamma, &rect, 0);
+          target->DarkFlat(src.get(), dark.get(), flat.get(), lo, hi, mean, 0.05f, gamma, &rect, path == 1);
           CQrnSys::SetSIMD(-1);
           qrn::simd::SetStreamStores(-1);
           for (int p = 0; p < planes; ++p)
             for (int y = 0; y < h; ++y)
               for (int x = 0; x < w; ++x) {
-                const float d = At(*dark, x, y), f = At(*flat, x, y, p);
+                const float d = At(*dark, x, y, dark->IsColor() ? p : 0), f = At(*flat, x, y, p);
                 float want = CombinedReference(At(*src, x, y, p), &d, &f, lo[p], hi[p], mean[p], 0.05f, gamma);
                 if (x < left) want = -1.0f;
                 // Relative 1e-6: the reference may round a product differently in the last bit.
@@ -193,13 +196,6 @@ TEST(OrbImageCalibration, CombinedPassWritesOnlyTheRectangleAndSkipsMissingFrame
       const bool inside = x >= 1 && x < 4 && y >= 2;
       EXPECT_EQ(At(*target, x, y), inside ? 100.0f + x + 10 * y : -3.0f) << x << "," << y;
     }
-
-  // Without statistics the flat's own minimum, maximum and mean are used.
-  auto flat = Image(2, 2, 1, {1, 3, 1, 3});
-  auto light = Image(2, 2, 1, [](int, int, int) { return 15.0; });
-  light->DarkFlat(nullptr, nullptr, flat.get(), nullptr, nullptr, nullptr, 0.25f, 0.0, nullptr, 0);
-  EXPECT_EQ(At(*light, 0, 0), 40.0f);
-  EXPECT_EQ(At(*light, 1, 0), 24.0f);
 }
 
 TEST(OrbImageCalibration, SyntheticRawFrameReturnsToTheSky) {

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <tuple>
+#include <utility>
 
 #include "common/ImageCompare.h"
 #include "container/VmManager.h"
@@ -34,14 +36,11 @@ HWND FakeWindow() { return reinterpret_cast<HWND>(0x1234); }  // only compared, 
 }  // namespace
 
 TEST(CfPoint, IntegerAndDoubleCoordinatesStayInStep) {
-  CfPoint p;
-  EXPECT_EQ(p.x, 0);
-  p.Set(-1.7, 2.9);
-  EXPECT_EQ(p.x, -1);  // truncated toward zero
-  EXPECT_EQ(p.y, 2);
-  EXPECT_DOUBLE_EQ(p.fx, -1.7);
+  CfPoint p(-1.7, 2.9);
+  EXPECT_EQ(CPoint(p), CPoint(-1, 2));  // truncated toward zero
+  EXPECT_EQ(p.fx, -1.7);
   p.Set(3, -4);
-  EXPECT_DOUBLE_EQ(p.fy, -4.0);
+  EXPECT_EQ(p.fy, -4.0);
   EXPECT_TRUE(p.IsValid());
   EXPECT_FALSE(CfPoint(-1, 5).IsValid());
 }
@@ -49,29 +48,23 @@ TEST(CfPoint, IntegerAndDoubleCoordinatesStayInStep) {
 TEST(COrbImageMarkers, InitialStateAndValidityRules) {
   COrbImage image(-32, 10, 8, 1);
   EXPECT_EQ(image.GetStdPtNum(), 0);
-  EXPECT_FALSE(image.IsStdCtrValid());
-  EXPECT_FALSE(image.IsStarPtValid());  // (-100, -100)
-  EXPECT_FALSE(image.IsPickupPtValid());
-  EXPECT_FALSE(image.IsSkyPtValid());
+  EXPECT_FALSE(image.IsStdCtrValid() || image.IsStarPtValid() || image.IsPickupPtValid() || image.IsSkyPtValid());
   EXPECT_EQ(image.GetCrossGaugePt().x, -100);
-
   image.SetStarPt(CPoint(3, 4));
   image.ClearStarPt();
   EXPECT_EQ(image.GetStarPt(), CPoint(-1, 4));
   EXPECT_TRUE(image.IsStarPtValid());  // either coordinate suffices for the star point
   image.SetPickupPt(CPoint(-1, 4));
   EXPECT_FALSE(image.IsPickupPtValid());  // the pickup point needs both
-
   image.SetSkyPt(CPoint(5, 5), 0);
-  EXPECT_FALSE(image.IsSkyPtValid());
+  EXPECT_FALSE(image.IsSkyPtValid());  // and the sky point a radius
   image.SetSkyPt(CPoint(-1, 5), 3);
   EXPECT_TRUE(image.IsSkyPtValid());
   image.ClearSkyPt();
   CPoint sky;
   int radius = -1;
   image.GetSkyPt(sky, radius);
-  EXPECT_EQ(sky.x, -1);
-  EXPECT_EQ(radius, 0);
+  EXPECT_EQ(std::make_pair(sky.x, radius), std::make_pair(-1, 0));
 }
 
 TEST(COrbImageMarkers, StandardPointZeroDrivesTheCentre) {
@@ -79,14 +72,13 @@ TEST(COrbImageMarkers, StandardPointZeroDrivesTheCentre) {
   image.SetStdPt(1, CfPoint(2.5, 3.5));
   EXPECT_FALSE(image.IsStdCtrValid());
   image.SetStdPt(0, CfPoint(4, 5));
-  EXPECT_EQ(image.GetStdCtr().x, 4);
+  EXPECT_EQ(CPoint(image.GetStdCtr()), CPoint(4, 5));
   EXPECT_EQ(image.GetStdPtNum(), 2);
   image.ClearStdPt(0);
   EXPECT_FALSE(image.IsStdCtrValid());
   EXPECT_EQ(image.GetStdPtNum(), 1);
   image.SetDefaultCenter();
-  EXPECT_EQ(image.GetStdCtr().x, 5);
-  EXPECT_EQ(image.GetStdCtr().y, 3);
+  EXPECT_EQ(CPoint(image.GetStdCtr()), CPoint(5, 3));
 }
 
 TEST(COrbImageMarkers, OnlyTheFirstTwoBackgroundRectanglesCount) {
@@ -118,15 +110,13 @@ TEST(COrbImageCopy, CopyCarriesStandardPointsStatisticsAndWindowButNotMarkers) {
   EXPECT_TRUE(qrntest::ImagesNear(copy, image, 0));
   EXPECT_EQ(copy.GetStdPtNum(), 2);
   EXPECT_EQ(copy.GetStdCtr().y, 2);
-  EXPECT_FLOAT_EQ(copy.GetAvrPixel(2), 3.0f);
+  EXPECT_EQ(copy.GetAvrPixel(2), 3.0f);
   EXPECT_EQ(copy.GetProgressHandle(), FakeWindow());
-  // Markers are not carried and not re-initialised: the star point is (0, 0), which is valid.
+  // Markers are not carried and not re-initialised: the star point is (0, 0).
   EXPECT_EQ(copy.GetStarPt(), CPoint(0, 0));
-  EXPECT_TRUE(copy.IsStarPtValid());
   EXPECT_EQ(copy.GetBkgRectNum(), 0);
   EXPECT_EQ(copy.GetCrossGaugePt().x, 0);
   EXPECT_TRUE(copy.GetRegKey().IsEmpty());
-
   COrbImage assigned(-32, 1, 1, 1);
   assigned.SetStarPt(CPoint(7, 7));
   assigned = image;
@@ -138,9 +128,8 @@ TEST(COrbImageCopy, CopyCarriesStandardPointsStatisticsAndWindowButNotMarkers) {
   ASSERT_TRUE(created);
   EXPECT_EQ(created->GetPlanes(), 3);
   EXPECT_EQ(created->GetPixelGrayRaw(5, 3, 2), 0.0f);
-  EXPECT_FLOAT_EQ(created->GetMaxPixel(2), 2.0f);
-  auto clone = image.Clone();
-  EXPECT_TRUE(qrntest::ImagesNear(*clone, image, 0));
+  EXPECT_EQ(created->GetMaxPixel(2), 2.0f);
+  EXPECT_TRUE(qrntest::ImagesNear(*image.Clone(), image, 0));
 }
 
 TEST(COrbImageCopy, SwapExchangesPixelsAndCarriedFieldsOnly) {
@@ -154,13 +143,10 @@ TEST(COrbImageCopy, SwapExchangesPixelsAndCarriedFieldsOnly) {
   a.Swap(&b);
   EXPECT_EQ(a.GetPlanes(), 3);
   EXPECT_EQ(b.GetPixelGrayRaw(1, 1, 0), 5.0f);
-  EXPECT_FLOAT_EQ(b.GetMinPixel(0), 9.0f);
-  EXPECT_EQ(b.GetStdPtNum(), 1);
-  EXPECT_EQ(a.GetStdPtNum(), 0);
-  EXPECT_EQ(b.GetProgressHandle(), FakeWindow());
-  EXPECT_EQ(a.GetProgressHandle(), nullptr);
-  EXPECT_EQ(a.GetStarPt(), CPoint(1, 0));  // markers stay
-  EXPECT_EQ(b.GetStarPt(), CPoint(2, 2));
+  EXPECT_EQ(b.GetMinPixel(0), 9.0f);
+  EXPECT_EQ(std::make_pair(a.GetStdPtNum(), b.GetStdPtNum()), std::make_pair(0, 1));
+  EXPECT_EQ(std::make_pair(a.GetProgressHandle(), b.GetProgressHandle()), std::make_pair(HWND(nullptr), FakeWindow()));
+  EXPECT_EQ(std::make_pair(a.GetStarPt(), b.GetStarPt()), std::make_pair(CPoint(1, 0), CPoint(2, 2)));  // markers stay
 }
 
 TEST(COrbImageCopy, FailedPixelCopyRaisesTheMemoryExceptionAndCreateReportsIt) {
@@ -177,17 +163,13 @@ TEST(COrbImageCopy, FailedPixelCopyRaisesTheMemoryExceptionAndCreateReportsIt) {
 TEST(COrbImageScales, GrayScaledAndDisplayBytes) {
   COrbImage image(-32, 4, 1, 1);
   image.SetLevel(0, 100.0, 300.0);
-  image.SetPixelGrayRaw(0, 0, 100.0f, 0);
-  image.SetPixelGrayRaw(1, 0, 150.0f, 0);
-  image.SetPixelGrayRaw(2, 0, 350.0f, 0);
-  image.SetPixelGrayRaw(3, 0, 299.9f, 0);
+  const float raw[4] = {100.0f, 150.0f, 350.0f, 299.9f};
+  const int bytes[4] = {0, 63, 255, 254};  // at the minimum, 63.75 truncated, clamped, just below
+  for (int x = 0; x < 4; ++x) image.SetPixelGrayRaw(x, 0, raw[x], 0);
+  for (int x = 0; x < 4; ++x) EXPECT_EQ(image.GetPixelGray256(x, 0, 0), bytes[x]) << x;
   EXPECT_FLOAT_EQ(image.GetPixelGray(1, 0, 0), 50.0f);
   EXPECT_FLOAT_EQ(image.GetPixelGray256f(1, 0, 0), 63.75f);
   EXPECT_FLOAT_EQ(image.GetPixelGray256f(2, 0, 0), 318.75f);  // not clamped
-  EXPECT_EQ(image.GetPixelGray256(0, 0, 0), 0);                // at the minimum
-  EXPECT_EQ(image.GetPixelGray256(1, 0, 0), 63);               // 63.75 truncated
-  EXPECT_EQ(image.GetPixelGray256(2, 0, 0), 255);
-  EXPECT_EQ(image.GetPixelGray256(3, 0, 0), 254);
   const float* p = image.GetImageAdr(1, 0, 0);
   EXPECT_EQ(COrbImage::GetPixelGray256(p, 100.0f, 300.0f, 255.0f / 200.0f), 63);
   EXPECT_FLOAT_EQ(COrbImage::GetPixelGray256f(p, 100.0f, 2.0f), 100.0f);
@@ -243,8 +225,7 @@ TEST(COrbImageReads, TransformedReadsShiftRotateAndReportOutside) {
   double sx, sy;
   // A pure shift: destination (3, 3) reads source (2, 1).
   EXPECT_FLOAT_EQ(image.GetPixelGrayRaw(3, 3, 1.0, 2.0, 0.0, 1.0, 1.0, 0, -5.0f, 0, &outside, &sx, &sy), 12.0f);
-  EXPECT_EQ(outside, 0);
-  EXPECT_DOUBLE_EQ(sx, 2.0);
+  EXPECT_EQ(std::make_tuple(outside, sx, sy), std::make_tuple(0, 2.0, 1.0));
   // A quarter turn (sine 1, cosine 0) about (2, 2): destination (4, 2) reads source (2, 0).
   EXPECT_NEAR(image.GetPixelGrayRaw(4, 2, 0.0, 0.0, 1.0, 0.0, 1.0, 0, -5.0f, 1, &outside, &sx, &sy), 2.0f, 1e-5);
   EXPECT_NEAR(sx, 2.0, 1e-12);
@@ -259,20 +240,19 @@ TEST(COrbImageReads, NearestReadsDifferAtTheLastHalfPixel) {
   COrbImage image(-32, 4, 4, 1);
   image.SetLevel(0, 0.0, 255.0);
   qrntest::Fill(image, [](int x, int y, int) { return 1 + x + 4 * y; });
-  int outside = 0;
+  // Nearest reads of destination (0, 1) shifted by dx, on the display scale or raw.
+  const auto read = [&](bool display, double dx) {
+    int outside = -7;
+    const float v = display ? image.GetPixelGray256f(0, 1, dx, 0.0, 0.0, 1.0, 1.0, 0, -1.0f, 1, &outside, nullptr, nullptr)
+                            : image.GetPixelGrayRaw(0, 1, dx, 0.0, 0.0, 1.0, 1.0, 0, -1.0f, 1, &outside, nullptr, nullptr);
+    return std::make_pair(v, outside);
+  };
   // Source x = 3.6: inside the image before rounding, column 4 after it.
-  const double dx = -3.6;
-  const float display = image.GetPixelGray256f(0, 1, dx, 0.0, 0.0, 1.0, 1.0, 0, -1.0f, 1, &outside, nullptr, nullptr);
-  EXPECT_EQ(outside, 0);
-  EXPECT_FLOAT_EQ(display, 8.0f);  // the last column of line 1
-  const float raw = image.GetPixelGrayRaw(0, 1, dx, 0.0, 0.0, 1.0, 1.0, 0, -1.0f, 1, &outside, nullptr, nullptr);
-  EXPECT_EQ(outside, 1);
-  EXPECT_FLOAT_EQ(raw, -1.0f);
-  // Source x = -0.3: outside before rounding, column 0 after it.
-  image.GetPixelGray256f(0, 1, 0.3, 0.0, 0.0, 1.0, 1.0, 0, -1.0f, 1, &outside, nullptr, nullptr);
-  EXPECT_EQ(outside, 1);
-  EXPECT_FLOAT_EQ(image.GetPixelGrayRaw(0, 1, 0.3, 0.0, 0.0, 1.0, 1.0, 0, -1.0f, 1, &outside, nullptr, nullptr), 5.0f);
-  EXPECT_EQ(outside, 0);
+  EXPECT_EQ(read(true, -3.6), std::make_pair(8.0f, 0));  // the last column of line 1
+  EXPECT_EQ(read(false, -3.6), std::make_pair(-1.0f, 1));
+  // Source x = −0.3: outside before rounding, column 0 after it.
+  EXPECT_EQ(read(true, 0.3).second, 1);
+  EXPECT_EQ(read(false, 0.3), std::make_pair(5.0f, 0));
 }
 
 TEST(COrbImageReads, RgbReadsUseTheImageCentreUnlessAskedAndFillOutside) {
@@ -282,8 +262,7 @@ TEST(COrbImageReads, RgbReadsUseTheImageCentreUnlessAskedAndFillOutside) {
   double r, g, b, sx, sy;
   int outside;
   image.GetPixelRgb256f(1, 1, 0.5, 0.0, 0.0, 1.0, 0, 1.0, &r, &g, &b, -9.0, &outside, &sx, &sy);
-  EXPECT_EQ(outside, 0);
-  EXPECT_DOUBLE_EQ(sx, 0.5);
+  EXPECT_EQ(std::make_pair(outside, sx), std::make_pair(0, 0.5));
   EXPECT_NEAR(r, 1.5, 1e-5);
   EXPECT_NEAR(b, 21.5, 1e-5);
   image.GetPixelRgbRaw(0, 0, 1.0, 0.0, 0.0, 1.0, 0, 1.0, &r, &g, &b, -9.0, &outside, nullptr, nullptr);
@@ -293,8 +272,7 @@ TEST(COrbImageReads, RgbReadsUseTheImageCentreUnlessAskedAndFillOutside) {
   grey.SetLevel(0, 0.0, 255.0);
   grey.SetPixelGrayRaw(1, 1, 7.0f, 0);
   grey.GetPixelRgbRaw(1, 1, 0.0, 0.0, 0.0, 1.0, 0, 1.0, &r, &g, &b, -9.0, &outside, nullptr, nullptr);
-  EXPECT_EQ(r, 7.0);
-  EXPECT_EQ(b, 7.0);  // a grey image gives plane 0 in all three
+  EXPECT_EQ(std::make_tuple(r, g, b), std::make_tuple(7.0, 7.0, 7.0));  // a grey image gives plane 0 in all three
 }
 
 TEST(COrbImageLevels, PlaneMinusOneMovesColourPlanesInProportion) {
@@ -303,12 +281,11 @@ TEST(COrbImageLevels, PlaneMinusOneMovesColourPlanesInProportion) {
   image.SetLevel(1, 10, 30);
   image.SetLevel(2, -50, 150);
   image.SetLevel(-1, 10, 150);  // plane 0: min +10% of its range, max +50%
-  EXPECT_DOUBLE_EQ(image.GetLevelMin(0), 10);
-  EXPECT_DOUBLE_EQ(image.GetLevelMax(0), 150);
-  EXPECT_DOUBLE_EQ(image.GetLevelMin(1), 12);
-  EXPECT_DOUBLE_EQ(image.GetLevelMax(1), 40);
-  EXPECT_DOUBLE_EQ(image.GetLevelMin(2), -30);
-  EXPECT_DOUBLE_EQ(image.GetLevelMax(2), 250);
+  const double want[3][2] = {{10, 150}, {12, 40}, {-30, 250}};
+  for (int p = 0; p < 3; ++p) {
+    EXPECT_DOUBLE_EQ(image.GetLevelMin(p), want[p][0]) << p;
+    EXPECT_DOUBLE_EQ(image.GetLevelMax(p), want[p][1]) << p;
+  }
   EXPECT_DOUBLE_EQ(image.GetLevelRange(2), 280);
   COrbImage grey(-32, 1, 1, 1);
   grey.SetLevel(-1, 5, 6);
@@ -332,11 +309,10 @@ TEST(COrbImageAreas, NormalizeRectClampsEachEdge) {
 TEST(COrbImageAreas, PixelBltClipsToBothImagesAndRescalesThroughLevels) {
   COrbImage src(-32, 4, 4, 1), dst(-32, 5, 5, 1);
   qrntest::Fill(src, [](int x, int y, int) { return 100 + x + 4 * y; });
-  dst.PixelBlt(3, -1, 4, 4, &src, 0, 0, 0);  // only columns 3..4 and lines 0..2 land
-  EXPECT_EQ(dst.GetPixelGrayRaw(3, 0, 0), 104.0f);  // source (0, 1)
-  EXPECT_EQ(dst.GetPixelGrayRaw(4, 2, 0), 113.0f);  // source (1, 3)
-  EXPECT_EQ(dst.GetPixelGrayRaw(2, 0, 0), 0.0f);
-  EXPECT_EQ(dst.GetPixelGrayRaw(3, 3, 0), 0.0f);
+  dst.PixelBlt(3, -1, 4, 4, &src, 0, 0, 0);  // only columns 3..4 and lines 0..2 land, from source (x − 3, y + 1)
+  for (int y = 0; y < 5; ++y)
+    for (int x = 0; x < 5; ++x)
+      EXPECT_EQ(dst.GetPixelGrayRaw(x, y, 0), x >= 3 && y <= 2 ? 100 + (x - 3) + 4 * (y + 1) : 0.0f) << x << "," << y;
 
   src.SetLevel(0, 100, 110);
   dst.SetLevel(0, 0, 1000);
