@@ -43,6 +43,21 @@ QRN_WIDE_TARGET void BinsWide(const float* s, int n, double min, double width, i
 // field) do not wait on one counter; they are added together at the end.
 using Histogram = std::array<long long, CImgHstEql::kBins>;
 
+// Each bin's raw value: its share of the cumulative count, beyond the first bin's, on the
+// window min .. min + width.
+std::vector<float> EqualisedLevels(const Histogram& count, double total, double min, double width) {
+  const auto first = std::find_if(count.begin(), count.end(), [](long long c) { return c > 0; });
+  const double base = static_cast<double>(*first);
+  std::vector<float> raw(CImgHstEql::kBins);
+  long long cumulative = 0;
+  for (int k = 0; k < CImgHstEql::kBins; ++k) {
+    cumulative += count[k];
+    const double t = 255.0 * (static_cast<double>(cumulative) - base) / (total - base);
+    raw[k] = static_cast<float>(t / 255.0 * width + min);
+  }
+  return raw;
+}
+
 }  // namespace
 
 int CImgHstEql::Do(COrbImage* src) {
@@ -77,15 +92,7 @@ int CImgHstEql::Do(COrbImage* src) {
       std::lock_guard lock(merge);
       for (int k = 0; k < kBins; ++k) count[k] += part[0][k] + part[1][k] + part[2][k] + part[3][k];
     });
-    const auto first = std::find_if(count.begin(), count.end(), [](long long c) { return c > 0; });
-    const double base = static_cast<double>(*first), total = static_cast<double>(w) * h;
-    std::vector<float> raw(kBins);
-    long long cumulative = 0;
-    for (int k = 0; k < kBins; ++k) {
-      cumulative += count[k];
-      const double t = 255.0 * (static_cast<double>(cumulative) - base) / (total - base);
-      raw[k] = static_cast<float>(t / 255.0 * width + min);
-    }
+    const std::vector<float> raw = EqualisedLevels(count, static_cast<double>(w) * h, min, width);
     CLineLoop(*this).Run(0, h, [&](int y) {
       thread_local std::vector<int> bins;
       bins.resize(static_cast<std::size_t>(w));
