@@ -30,6 +30,39 @@ struct CFile {
 
 std::string Reason(const char* what) { return std::string(what) + " (" + g_pngError + ")"; }
 
+// The functions below run while libpng may jump back to Read on an error: they hold nothing
+// that needs destroying.
+
+// Reads every row of every pass into img's planes. An interlaced file's later passes fill in
+// what earlier ones left, so each row starts from what is stored.
+void ReadPixels(png_structp png, png_infop info, int passes, unsigned char* row, COrbImage& img) {
+  const int w = img.GetWidth(), h = img.GetHeight(), planes = img.GetPlanes();
+  const int channels = png_get_channels(png, info), bytes = png_get_bit_depth(png, info) == 16 ? 2 : 1;
+  auto at = [&](int x, int p) { return row + (std::size_t(x) * channels + p) * bytes; };
+  for (int pass = 0; pass < passes; ++pass)
+    for (int y = 0; y < h; ++y) {
+      for (int p = 0; p < planes && passes > 1; ++p) {
+        const auto* s = static_cast<const unsigned char*>(img.CImage::GetImageAdr(0, y, p));
+        for (int x = 0; x < w; ++x) std::memcpy(at(x, p), s + x * bytes, bytes);
+      }
+      png_read_row(png, row, nullptr);
+      for (int p = 0; p < planes; ++p) {
+        auto* d = static_cast<unsigned char*>(img.CImage::GetImageAdr(0, y, p, 0));
+        for (int x = 0; x < w; ++x) std::memcpy(d + x * bytes, at(x, p), bytes);
+      }
+    }
+}
+
+// Restores the header our writer keeps in a text chunk, if it is there.
+void ReadHeaderText(png_structp png, png_infop info, CHeader& header) {
+  png_textp text = nullptr;
+  int count = 0;
+  png_get_text(png, info, &text, &count);
+  for (int i = 0; i < count; ++i)
+    if (std::strcmp(text[i].key, qrnio::kHeaderTextKey) == 0 && text[i].text)
+      qrnio::HeaderFromText(text[i].text, header);  // tEXt, zTXt and iTXt alike end in a NUL
+}
+
 }  // namespace
 
 CLoadedImage CPngFile::Read(const std::string& path) {
@@ -66,31 +99,10 @@ CLoadedImage CPngFile::Read(const std::string& path) {
   const int channels = png_get_channels(png, info);
   bits = png_get_bit_depth(png, info) == 16 ? 16 : 8;
   img = qrnio::MakeStoredImage(path, bits, false, w, h, channels >= 3 ? 3 : 1);
-  const int planes = img->GetPlanes(), bytes = bits / 8;
   row.resize(png_get_rowbytes(png, info));
-  for (int pass = 0; pass < passes; ++pass) {
-    for (int y = 0; y < h; ++y) {
-      if (passes > 1) {
-        // Later passes fill in what earlier ones left: start from the stored row.
-        for (int p = 0; p < planes; ++p) {
-          const auto* s = static_cast<const unsigned char*>(img->CImage::GetImageAdr(0, y, p));
-          for (int x = 0; x < w; ++x) std::memcpy(&row[(std::size_t(x) * channels + p) * bytes], s + x * bytes, bytes);
-        }
-      }
-      png_read_row(png, row.data(), nullptr);
-      for (int p = 0; p < planes; ++p) {
-        auto* d = static_cast<unsigned char*>(img->CImage::GetImageAdr(0, y, p, 0));
-        for (int x = 0; x < w; ++x) std::memcpy(d + x * bytes, &row[(std::size_t(x) * channels + p) * bytes], bytes);
-      }
-    }
-  }
+  ReadPixels(png, info, passes, row.data(), *img);
   png_read_end(png, info);
-  png_textp text = nullptr;
-  int count = 0;
-  png_get_text(png, info, &text, &count);
-  for (int i = 0; i < count; ++i)
-    if (std::strcmp(text[i].key, qrnio::kHeaderTextKey) == 0 && text[i].text)
-      qrnio::HeaderFromText(text[i].text, img->GetHeader());  // tEXt, zTXt and iTXt alike end in a NUL
+  ReadHeaderText(png, info, img->GetHeader());
   png_destroy_read_struct(&png, &info, nullptr);
 
   CLoadedImage out;
