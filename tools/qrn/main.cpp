@@ -14,26 +14,29 @@ namespace {
 struct CSubcommand {
   const char* name;
   int (*run)(const Arguments&, CContext&);
-  const char* usage;
+  const char* synopsis;  // the arguments after the name
+  const char* summary;
 };
 
 const CSubcommand kCommands[] = {
-    {"info", RunInfo, "info FILE...                      size, format, header facts and plane statistics"},
-    {"convert", RunConvert, "convert IN -o OUT [--bits B]     write the samples in another format"},
-    {"level", RunLevel, "level IN [--method M --low L --high H] [-o OUT.png]   automatic display levels"},
-    {"render", RunRender, "render IN -o OUT.png|.bmp [--bits 8|24]   levels, then the display bitmap"},
-    {"calibrate", RunCalibrate, "calibrate --dark D --flat F [--bias B] [--pedestal P] [--flat-gamma G] LIGHT... -o DIR"},
-    {"filter", RunFilter, "filter median|minmax|unsharp|laplacian IN -o OUT [options]"},
-    {"develop", RunDevelop, "develop IN -o OUT [--sigma S --gamma G --kernel gauss|disc ...]   digital development"},
-    {"tone", RunTone, "tone OPERATION IN -o OUT [options]   tone operations (qrn tone --help)"},
-    {"script", RunScript, "script FILE.qrs IN -o OUT | script -e 'COMMANDS' IN -o OUT"},
-
-    {"demo", RunDemo, "demo [-o DIR]                     synthetic observing session, calibrated and developed"},
+    {"info", RunInfo, "FILE...", "size, format, header facts and plane statistics"},
+    {"convert", RunConvert, "IN -o OUT [--bits B]", "write the samples in another format"},
+    {"level", RunLevel, "IN [--method M --low L --high H] [-o OUT.png]", "automatic display levels"},
+    {"render", RunRender, "IN -o OUT.png|.bmp [--bits 8|24]", "levels, then the display bitmap"},
+    {"calibrate", RunCalibrate, "--dark D --flat F [--bias B] [--pedestal P] [--flat-gamma G] LIGHT... -o DIR",
+     "dark and flat calibration of light frames"},
+    {"filter", RunFilter, "median|minmax|unsharp|laplacian IN -o OUT [options]", "neighbourhood and unsharp filters"},
+    {"develop", RunDevelop, "IN -o OUT [--sigma S --gamma G --kernel gauss|disc ...]", "digital development"},
+    {"tone", RunTone, "OPERATION IN -o OUT [options]", "tone operations (qrn tone --help lists them)"},
+    {"script", RunScript, "(FILE.qrs | -e 'COMMANDS') IN -o OUT", "replay a chain of adjustments"},
+    {"demo", RunDemo, "[-o DIR]", "synthetic observing session, calibrated and developed"},
 };
 
+// Each command as its name and summary, with its arguments on the line below.
 void PrintUsage(FILE* out) {
   std::fprintf(out, "usage: qrn [--quiet] COMMAND ...\n\ncommands:\n");
-  for (const auto& c : kCommands) std::fprintf(out, "  %s\n", c.usage);
+  for (const auto& c : kCommands)
+    std::fprintf(out, "  %-10s %s\n             qrn %s %s\n", c.name, c.summary, c.name, c.synopsis);
   std::fprintf(out, "\nOutput format follows the extension: .fits .fit .fts .tif .tiff .png .bmp\n");
 }
 
