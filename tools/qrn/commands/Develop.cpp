@@ -16,6 +16,8 @@ void Develop(COrbImage& image, const CDevelopParams& p, const CContext& ctx) {
   std::unique_ptr<COrbImage> work(static_cast<CImgFilter&>(image).MakeDDWork(border, 0));
   if (!work) throw CQrnError("develop", "out of memory for the work image");
   work->SetProgressHandle(ctx.Window());
+  // The gamma curve takes its range from the work image's stored minimum and maximum.
+  work->CalcMinMax();
   double background[3];
   if (p.background == p.background) {
     background[0] = p.background;
