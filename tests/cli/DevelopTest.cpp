@@ -28,6 +28,18 @@ class DevelopTest : public CliTest {};
 
 TEST_F(DevelopTest, KernelAndGammaOrderChangeTheResult) {
   WriteFits(P("in.fits"), FLOAT_IMG, kW, kH, 1, Nebula());
+  // A colour frame develops with a fourth, luminance plane in its work copy.
+  std::vector<double> colour;
+  for (double scale : {1.0, 0.8, 0.6})
+    for (double s : Nebula()) colour.push_back(float(s * scale));
+  WriteFits(P("colour.fits"), FLOAT_IMG, kW, kH, 3, colour);
+  const Result r = Run({"develop", P("colour.fits"), "-o", P("colour_out.fits"), "--gamma", "2", "--method", "normal"});
+  ASSERT_EQ(r.rc, 0) << r.err;
+  const auto developedColour = ReadFits(P("colour_out.fits")).values;
+  ASSERT_EQ(developedColour.size(), colour.size());
+  EXPECT_TRUE(std::all_of(developedColour.begin(), developedColour.end(), [](double s) { return std::isfinite(s); }));
+  EXPECT_NE(developedColour, colour);
+
   auto develop = [&](const std::string& name, std::vector<std::string> extra) {
     // Levels over the whole range, so that the blob and the star are not clipped away.
     std::vector<std::string> args = {"develop", P("in.fits"), "-o", P(name), "--sigma", "2",
