@@ -44,7 +44,7 @@ TEST(ImgWindowing, OtherTypesCopyAndBadRadiusZeroes) {
 TEST(ImgWindowing, EverySampleIsItsOwnWeightTimesTheSource) {
   // Rows and columns share weights with their mirrors about the centre; every sample must
   // still be exactly the source times its own weight, for odd and even sizes, a radius
-  // beyond the corners and one inside, in place and into another image, on both widths.
+  // beyond the corners and one inside, in place and into another image, on every vector path.
   struct Size {
     int w, h;
   };
@@ -54,8 +54,9 @@ TEST(ImgWindowing, EverySampleIsItsOwnWeightTimesTheSource) {
                     [](int x, int y, int p) { return std::sin(x * 12.9898 + y * 78.233 + p) * 43758.5453 / (1 + x % 7); });
     const int cx = size.w / 2, cy = size.h / 2;
     for (double radius : {3.3, 40.0, 150.0, 180.5}) {
-      for (int wide : {1, 0}) {
-        qrn::simd::SetWideVectors(wide);
+      for (int path : {2, 1, 0}) {  // eight-wide with fused steps, eight-wide, four-wide
+        qrn::simd::SetWideVectors(path > 0);
+        qrn::simd::SetFusedMultiplyAdd(path == 2);
         COrbImage dst(*src), inPlace(*src);
         static_cast<CImgWindowing&>(dst).Do(0, radius, src.get(), 0);
         static_cast<CImgWindowing&>(inPlace).Do(0, radius, &inPlace, 0);
@@ -72,6 +73,7 @@ TEST(ImgWindowing, EverySampleIsItsOwnWeightTimesTheSource) {
     }
   }
   qrn::simd::SetWideVectors(1);
+  qrn::simd::SetFusedMultiplyAdd(1);
 }
 
 }  // namespace
