@@ -153,6 +153,14 @@ struct Paint {
   float Raw(int k, double c) const { return static_cast<float>(c / 255.0 * dstRange[k] + dstMin[k]); }
 };
 
+// Pixel i's raw values from its brightness t as GetFalseColor and the target's levels give
+// them, into raw[k][i].
+void ExactHelix(const Paint& p, float t, float* const* raw, int i) {
+  double colour[3];
+  FalseColorOf<5, false>((t - p.low) * p.stretch, 0, colour);
+  for (int k = 0; k < 3; ++k) raw[k][i] = p.Raw(k, colour[k]);
+}
+
 // The raw values of the cubehelix colours of 4·N brightnesses t into raw[k][0, 4·N), through
 // the vector sine and cosine (N vectors side by side, so that their polynomial chains
 // overlap), with the steps of FalseColorOf without cycles otherwise. A value is kept where it
@@ -169,7 +177,7 @@ inline void CubehelixV(const float* t, const Paint& p, float* const* raw) {
     v = v == v ? v : D4{};  // NaN
     v = v < 0.0 ? D4{} : v;
     v = 255.0 < v ? qrn::vmath::Splat(255.0) : v;
-    f[j] = v / 255.0;
+    f[j] = v * (1.0 / 255.0);
     amp[j] = f[j] * (1.0 - f[j]) / 2.0;
     phi[j] = 2.0 * std::numbers::pi * (0.5 / 3.0 - 1.5 * f[j]);
   }
@@ -180,12 +188,13 @@ inline void CubehelixV(const float* t, const Paint& p, float* const* raw) {
       D4 c = f[j] + amp[j] * (kHelixCos[k] * cs[j] + kHelixSin[k] * sn[j]);
       c = c < 0.0 ? D4{} : c;
       c = 1.0 < c ? qrn::vmath::Splat(1.0) : c;
-      c = c * 255.0;
-      // The colour's distance from the exact one: below 255·(amp·(|a| + |b|)·(the sine's and
-      // cosine's error and std::sin's and std::cos's unit) + a few roundings), under 2^-40.
-      // Through the conversion, /255·|range|, plus the roundings of the conversion on both
-      // sides; all taken generously.
-      const D4 value = c / 255.0 * p.dstRange[k] + p.dstMin[k];
+      // The colour's distance from the exact one, on the 0..1 scale: below amp·(|a| + |b|)·
+      // (the sine's and cosine's error and std::sin's and std::cos's unit) + a few roundings,
+      // under 2^-48. f's product with 1/255 in place of the division adds under 2^-49.6,
+      // through the slope of the map (below 5); and the reference takes c·255 to the target
+      // through /255·range, two roundings this path leaves out. Through the conversion,
+      // ·|range|, plus the roundings of the conversion on both sides; all taken generously.
+      const D4 value = c * p.dstRange[k] + p.dstMin[k];
       const D4 margin =
           std::fabs(p.dstRange[k]) * 0x1p-46 + (qrn::vmath::Abs(value) + std::fabs(p.dstMin[k])) * 0x1p-50;
       const Vec4f::Raw lo = __builtin_convertvector(value - margin, Vec4f::Raw);
@@ -194,12 +203,8 @@ inline void CubehelixV(const float* t, const Paint& p, float* const* raw) {
       std::memcpy(raw[k] + 4 * j, &lo, sizeof lo);
     }
     if (AllLanes(sure)) continue;
-    for (int i = 0; i < 4; ++i) {
-      if (sure[i]) continue;
-      double colour[3];
-      FalseColorOf<5, false>((t[4 * j + i] - p.low) * p.stretch, 0, colour);
-      for (int k = 0; k < 3; ++k) raw[k][4 * j + i] = p.Raw(k, colour[k]);
-    }
+    for (int i = 0; i < 4; ++i)
+      if (!sure[i]) ExactHelix(p, t[4 * j + i], raw, 4 * j + i);
   }
 }
 
@@ -208,11 +213,8 @@ inline void CubehelixBlock(const Paint& p, const float* t, int m, float (*raw)[2
   int i = 0;
   for (; i + 32 <= m; i += 32) CubehelixV<8>(t + i, p, std::array{raw[0] + i, raw[1] + i, raw[2] + i}.data());
   for (; i + 4 <= m; i += 4) CubehelixV<1>(t + i, p, std::array{raw[0] + i, raw[1] + i, raw[2] + i}.data());
-  for (; i < m; ++i) {
-    double colour[3];
-    FalseColorOf<5, false>((t[i] - p.low) * p.stretch, 0, colour);
-    for (int k = 0; k < 3; ++k) raw[k][i] = p.Raw(k, colour[k]);
-  }
+  float* const rows[3] = {raw[0], raw[1], raw[2]};
+  for (; i < m; ++i) ExactHelix(p, t[i], rows, i);
 }
 
 // Colours c (0..255) of m pixels to plane k's raw values, four at a time, the whole vectors
