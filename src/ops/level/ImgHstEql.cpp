@@ -22,21 +22,48 @@ inline int BinOf(float v, double min, double width) {
   return k >= kLastBin ? kLastBin : k > 0.0 ? static_cast<int>(k) : 0;
 }
 
-// The bins of n samples, four at a time with the same steps and the same clamping order.
-void Bins(const float* s, int n, double min, double width, int* bins) {
-  const Vec4d lo(min), w(width), scale(256.0), last(kLastBin), zero(0.0);
+// Relative distance of k = (v − min)·(256/width) taken in float from the k of BinOf: three
+// float roundings against BinOf's double ones, below 2^-22.3; the margin is twice that, with
+// room for its own roundings.
+constexpr float kFloatBinSlack = 0x1p-21f;
+
+// The bins of n samples, V::kWidth at a time in float: the bins of k less and k plus its
+// margin; where the two agree, that is BinOf's bin too (the bin rises with k). Elsewhere
+// BinOf decides: a sample at a bin's edge, and one whose float steps overflow (k infinite
+// gives a NaN below and 257 above); a NaN k, which comes only where BinOf's k is NaN or 0,
+// gives bin 0 on both sides.
+template <class V>
+void FloatBins(const float* s, int n, double min, double width, int* bins) {
+  const V lo(static_cast<float>(min)), scale(static_cast<float>(256.0 / width));
+  const V slack(kFloatBinSlack), zero(0.0f), last(static_cast<float>(kLastBin));
+  // k clamped to [0, 257] (NaN to 0) and truncated.
+  const auto binOf = [&](const V& k) { return TruncToInt(V::Min(V::Max(k, zero), last)); };
   int x = 0;
-  for (; x + 4 <= n; x += 4) {
-    const Vec4d k = (ToDouble(Vec4f::Load(s + x)) - lo) / w * scale;
-    const Vec4d clamped = Vec4d::Select(k >= last, last, Vec4d::Select(k > zero, k, zero));
-    const auto lanes = __builtin_convertvector(clamped.v, Vec4f::Mask);
-    std::memcpy(bins + x, &lanes, sizeof lanes);
+  for (; x + V::kWidth <= n; x += V::kWidth) {
+    const V k = (V::Load(s + x) - lo) * scale, margin = k * slack;
+    const auto below = binOf(k - margin), above = binOf(k + margin);
+    std::memcpy(bins + x, &below, sizeof below);
+    if (AllLanes(below == above)) continue;
+    for (int j = 0; j < V::kWidth; ++j) bins[x + j] = BinOf(s[x + j], min, width);
   }
   for (; x < n; ++x) bins[x] = BinOf(s[x], min, width);
 }
 
+void Bins(const float* s, int n, double min, double width, int* bins) { FloatBins<Vec4f>(s, n, min, width, bins); }
+
 QRN_WIDE_TARGET void BinsWide(const float* s, int n, double min, double width, int* bins) {
-  Bins(s, n, min, width, bins);
+  FloatBins<Vec8f>(s, n, min, width, bins);
+}
+
+// d[x] = level[bins[x]], eight at a time with one gather.
+QRN_WIDE_TARGET void MapWide(const float* level, const int* bins, int n, float* d) {
+  int x = 0;
+  for (; x + 8 <= n; x += 8) {
+    Vec8f::Mask idx;
+    std::memcpy(&idx, bins + x, sizeof idx);
+    GatherTo<false>(level, idx, d + x);
+  }
+  for (; x < n; ++x) d[x] = level[bins[x]];
 }
 
 // Counts are kept in four interleaved histograms, so that runs of one bin (the sky of a star
@@ -98,6 +125,7 @@ int CImgHstEql::Do(COrbImage* src) {
       bins.resize(static_cast<std::size_t>(w));
       binsOf(src->GetImageAdr(0, y, p), w, min, width, bins.data());
       float* d = GetImageAdr(0, y, p, 0);
+      if (wide) return MapWide(raw.data(), bins.data(), w, d);
       for (int x = 0; x < w; ++x) d[x] = raw[bins[x]];
     });
   }

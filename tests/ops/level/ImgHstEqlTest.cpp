@@ -40,13 +40,14 @@ TEST(ImgHstEql, EverySampleTakesItsBinsCumulativeShareOnBothWidths) {
   // Three planes of 301 x 7 with a NaN, samples at bin edges and the extremes, counted and
   // mapped on the four-wide and the eight-wide paths, in place and into another image:
   // every sample must be its bin's share of the cumulative count, worked out here sample by
-  // sample.
+  // sample. The third plane spans more than a float can hold.
   const int w = 301, h = 7;
   auto src = Make(w, h, 3, 0, 1, [](int x, int y, int p) {
     if (x == 5 && y == 2) return std::numeric_limits<double>::quiet_NaN();
-    // Steps of a tenth across 256 bins: most samples lie at a bin edge, where the order of
-    // the bin's division and product decides the bin.
-    return 1000.0 + p + 0.1 * ((x * 13 + y * 7) % 257);
+    // Equal steps across 256 bins: most samples lie at a bin edge, where the order of the
+    // bin's division and product decides the bin.
+    const int step = (x * 13 + y * 7) % 257;
+    return p == 2 ? -3e38 + 2e36 * step : 1000.0 + p + 0.1 * step;
   });
   COrbImage reference(*src);
   reference.CalcMinMax();
