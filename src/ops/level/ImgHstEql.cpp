@@ -66,9 +66,43 @@ QRN_WIDE_TARGET void MapWide(const float* level, const int* bins, int n, float* 
   for (; x < n; ++x) d[x] = level[bins[x]];
 }
 
-// Counts are kept in four interleaved histograms, so that runs of one bin (the sky of a star
-// field) do not wait on one counter; they are added together at the end.
 using Histogram = std::array<long long, CImgHstEql::kBins>;
+
+// The bins of one plane's lines, each into a buffer of the calling thread's own.
+struct LineBins {
+  COrbImage& src;
+  int plane, width;
+  double min, range;
+  bool wide;
+
+  const int* Of(int y) const {
+    thread_local std::vector<int> bins;
+    bins.resize(static_cast<std::size_t>(width));
+    const float* s = src.GetImageAdr(0, y, plane);
+    if (wide) BinsWide(s, width, min, range, bins.data());
+    else Bins(s, width, min, range, bins.data());
+    return bins.data();
+  }
+};
+
+// The count of each bin over the lines [0, h): lines in parallel, each counted into four
+// interleaved histograms, so that runs of one bin (the sky of a star field) do not wait on one
+// counter, then added to the total in any order (integer sums).
+Histogram CountBins(COrbImage& frame, const LineBins& line, int h) {
+  Histogram count{};
+  std::mutex merge;
+  CLineLoop(frame).Run(0, h, [&](int y) {
+    const int* bins = line.Of(y);
+    Histogram part[4] = {};
+    int x = 0;
+    for (; x + 4 <= line.width; x += 4)
+      for (int j = 0; j < 4; ++j) ++part[j][bins[x + j]];
+    for (; x < line.width; ++x) ++part[0][bins[x]];
+    std::lock_guard lock(merge);
+    for (int k = 0; k < CImgHstEql::kBins; ++k) count[k] += part[0][k] + part[1][k] + part[2][k] + part[3][k];
+  });
+  return count;
+}
 
 // Each bin's raw value: its share of the cumulative count, beyond the first bin's, on the
 // window min .. min + width.
@@ -85,17 +119,22 @@ std::vector<float> EqualisedLevels(const Histogram& count, double total, double 
   return raw;
 }
 
+// Every sample of the plane's lines [0, h) in target replaced by its bin's level.
+void MapBins(COrbImage& target, const LineBins& line, const std::vector<float>& level, int h) {
+  CLineLoop(target).Run(0, h, [&](int y) {
+    const int* bins = line.Of(y);
+    float* d = target.GetImageAdr(0, y, line.plane, 0);
+    if (line.wide) return MapWide(level.data(), bins, line.width, d);
+    for (int x = 0; x < line.width; ++x) d[x] = level[bins[x]];
+  });
+}
+
 }  // namespace
 
 int CImgHstEql::Do(COrbImage* src) {
   if (!src || !SameGeometry(*this, *src)) return 0;
   src->CalcMinMax();
   const int planes = GetPlanes(), w = GetWidth(), h = GetHeight();
-  const bool wide = qrn::simd::WideVectors();
-  auto binsOf = [&](const float* s, int n, double min, double width, int* bins) {
-    if (wide) BinsWide(s, n, min, width, bins);
-    else Bins(s, n, min, width, bins);
-  };
   ShowProgressInit(1, 6177, 2 * h * planes);
   for (int p = 0; p < planes; ++p) {
     const double min = src->GetMinPixel(p), max = src->GetMaxPixel(p), width = max - min;
@@ -104,30 +143,9 @@ int CImgHstEql::Do(COrbImage* src) {
       CLineLoop(*this).Run(0, h, [&](int y) { CopyRow(src->GetImageAdr(0, y, p), GetImageAdr(0, y, p, 0), w); });
       continue;
     }
-    // Lines counted in parallel into per-thread histograms; integer sums in any order.
-    Histogram count{};
-    std::mutex merge;
-    CLineLoop(*this).Run(0, h, [&](int y) {
-      thread_local std::vector<int> bins;
-      bins.resize(static_cast<std::size_t>(w));
-      binsOf(src->GetImageAdr(0, y, p), w, min, width, bins.data());
-      Histogram part[4] = {};
-      int x = 0;
-      for (; x + 4 <= w; x += 4)
-        for (int j = 0; j < 4; ++j) ++part[j][bins[x + j]];
-      for (; x < w; ++x) ++part[0][bins[x]];
-      std::lock_guard lock(merge);
-      for (int k = 0; k < kBins; ++k) count[k] += part[0][k] + part[1][k] + part[2][k] + part[3][k];
-    });
-    const std::vector<float> raw = EqualisedLevels(count, static_cast<double>(w) * h, min, width);
-    CLineLoop(*this).Run(0, h, [&](int y) {
-      thread_local std::vector<int> bins;
-      bins.resize(static_cast<std::size_t>(w));
-      binsOf(src->GetImageAdr(0, y, p), w, min, width, bins.data());
-      float* d = GetImageAdr(0, y, p, 0);
-      if (wide) return MapWide(raw.data(), bins.data(), w, d);
-      for (int x = 0; x < w; ++x) d[x] = raw[bins[x]];
-    });
+    const LineBins line{*src, p, w, min, width, qrn::simd::WideVectors()};
+    const Histogram count = CountBins(*this, line, h);
+    MapBins(*this, line, EqualisedLevels(count, static_cast<double>(w) * h, min, width), h);
   }
   ShowProgressEnd(nullptr);
   return 1;
