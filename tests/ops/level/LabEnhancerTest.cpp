@@ -104,12 +104,16 @@ TEST(CLabEnhancer, RowsEqualThePixelByPixelMappingAndRarelyNeedIt) {
   });
 }
 
-TEST(CLabEnhancer, ResultsOnAFloatRoundingBoundaryStillMatch) {
+TEST(CLabEnhancer, ResultsNearAFloatRoundingBoundaryStillMatch) {
   // For each pixel the target's level minima are chosen so that every result lands, in
-  // exact arithmetic, halfway between two floats: only the reference's own roundings decide
-  // which float it becomes, and the vector path must leave such pixels to it.
+  // exact arithmetic, halfway between two floats or a little to either side of halfway
+  // (2^-52 to 2^-35 of the value): only the reference's own roundings decide which float it
+  // becomes, and the vector path must leave the pixels whose distance from halfway its
+  // errors could exceed to it, however small its errors happen to be.
   const Planes vivid = Frame(300, true, 13);
   const double cs = 1.4 * std::cos(0.2), sn = 1.4 * std::sin(0.2);
+  std::vector<double> offsets = {0.0};
+  for (int bits = 35; bits <= 52; ++bits) offsets.insert(offsets.end(), {std::ldexp(1.0, -bits), -std::ldexp(1.0, -bits)});
   ForEachPath([&](int path) {
     int wrong = 0;
     for (int x = 0; x < vivid.Size(); ++x) {
@@ -120,16 +124,19 @@ TEST(CLabEnhancer, ResultsOnAFloatRoundingBoundaryStillMatch) {
       const double a = color.Geta(), b = color.Getb();
       color.LabToRgb(color.GetL(), a * cs - b * sn, a * sn + b * cs);
       const double rgb[3] = {color.GetR(), color.GetG(), color.GetB()};
-      for (int k = 0; k < 3; ++k) {
-        levels.dstScale[k] = 1.0;
-        const float below = static_cast<float>(rgb[k]);
-        levels.dstMin[k] = (double(below) + double(std::nextafter(below, 1e30f))) / 2 - rgb[k];
+      Planes in(16);  // copies of the pixel, as many as the widest vector group takes
+      for (int k = 0; k < 3; ++k) in.p[k].assign(16, vivid.p[k][x]);
+      for (double offset : offsets) {
+        for (int k = 0; k < 3; ++k) {
+          levels.dstScale[k] = 1.0;
+          const float below = static_cast<float>(rgb[k]);
+          const double halfway = (double(below) + double(std::nextafter(below, 1e30f))) / 2;
+          levels.dstMin[k] = halfway + offset * halfway - rgb[k];
+        }
+        const CLabEnhancer e(levels, cs, sn, 0.0, 0.0);
+        int fallbacks = 0;
+        wrong += Mismatches(e, in, false, fallbacks);
       }
-      const CLabEnhancer e(levels, cs, sn, 0.0, 0.0);
-      Planes in(4);  // one vector of the same pixel
-      for (int k = 0; k < 3; ++k) in.p[k].assign(4, vivid.p[k][x]);
-      int fallbacks = 0;
-      wrong += Mismatches(e, in, false, fallbacks);
     }
     EXPECT_EQ(wrong, 0) << "path " << path;
   });
