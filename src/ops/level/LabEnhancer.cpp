@@ -23,6 +23,9 @@ constexpr int kLanes = 4;
 // magnitudes also covers a product that one of them fuses into the following sum.
 constexpr double kUnit = 0x1p-52;
 
+// Rounding slack of a linear combination (see Linear): 24 roundings of 2^-53 each.
+constexpr double kLinearSlack = 12 * kUnit;
+
 // A value of this path, and a bound on its distance from the value the reference computes
 // at the same step.
 struct Bounded {
@@ -31,29 +34,28 @@ struct Bounded {
 
 inline Bounded Exact(const D4& v) { return {v, D4{}}; }
 
-inline Bounded operator+(const Bounded& a, const Bounded& b) {
-  return {a.v + b.v, a.d + b.d + (Abs(a.v) + Abs(b.v)) * kUnit};
-}
-inline Bounded operator-(const Bounded& a, const Bounded& b) {
-  return {a.v - b.v, a.d + b.d + (Abs(a.v) + Abs(b.v)) * kUnit};
-}
-inline Bounded operator+(const Bounded& a, double c) { return {a.v + c, a.d + (Abs(a.v) + std::fabs(c)) * kUnit}; }
-inline Bounded operator-(const Bounded& a, double c) { return {a.v - c, a.d + (Abs(a.v) + std::fabs(c)) * kUnit}; }
-inline Bounded operator*(double c, const Bounded& a) {
-  const D4 v = c * a.v;
-  return {v, std::fabs(c) * a.d + Abs(v) * kUnit};
-}
-inline Bounded operator*(const Bounded& a, double c) { return c * a; }
-// A division by a constant is taken as a product with its reciprocal: no divider, and a
-// rounding more than the reference's division, which the slack covers.
-inline Bounded operator/(const Bounded& a, double c) {
-  const double inverse = 1.0 / c;
-  const D4 v = a.v * inverse;
-  return {v, a.d * std::fabs(inverse) * (1 + 2 * kUnit) + Abs(v) * (2 * kUnit)};
-}
 inline Bounded operator*(const Bounded& a, const Bounded& b) {
   const D4 v = a.v * b.v;
   return {v, Abs(a.v) * b.d + Abs(b.v) * a.d + a.d * b.d + Abs(v) * kUnit};
+}
+
+// offset + Σ w[i]·a[i]. The reference reaches the same combination by its own steps: sums,
+// differences, products with constants and divisions by them, in its order; this path
+// takes the weights with those constants folded in, in any order, fused or not. Each
+// rounding on either side moves the result by at most 2^-53 of the sum of the terms'
+// magnitudes as they stand in the result, and no combination below (nor a step of Solve)
+// takes more than 24 of them on the two sides together (the longest, blue's, takes nine
+// there and eight here), so the results part by the inputs' bounds carried through the weights plus
+// kLinearSlack of that sum.
+template <int N>
+inline Bounded Linear(const double (&w)[N], const Bounded (&a)[N], double offset = 0.0) {
+  D4 v = Splat<D4>(offset), d{}, size = Splat<D4>(std::fabs(offset));
+  for (int i = 0; i < N; ++i) {
+    v += w[i] * a[i].v;
+    d += std::fabs(w[i]) * a[i].d;
+    size += std::fabs(w[i]) * Abs(a[i].v);
+  }
+  return {v, d + size * kLinearSlack};
 }
 
 inline Bounded Select(const Mask& take, const Bounded& a, const Bounded& b) {
@@ -110,13 +112,14 @@ inline void GammaFactors(const Bounded (&m)[N], double c, Bounded (&f)[N], Mask*
 inline Bounded Compand(const Bounded& t, const Bounded& root, const Mask& rootUsable, Mask& ok) {
   const Mask above = t.v > CColor::kEpsilon;
   ok &= Clear(t, CColor::kEpsilon) & (rootUsable | ~above);
-  return Select(above, root, CColor::kLinearFactor * t + CColor::kOffset);
+  return Select(above, root, Linear({CColor::kLinearFactor}, {t}, CColor::kOffset));
 }
 
 // Its inverse for fx and fz: the cube above the threshold, the linear segment below.
 inline Bounded Expand(const Bounded& f, double threshold, Mask& ok) {
   ok &= Clear(f, threshold);
-  return Select(f.v > threshold, f * f * f, (f - CColor::kOffset) / CColor::kLinearFactor);
+  return Select(f.v > threshold, f * f * f,
+                Linear({1.0 / CColor::kLinearFactor}, {f}, -CColor::kOffset / CColor::kLinearFactor));
 }
 
 struct Mapping {
@@ -129,12 +132,26 @@ struct Lab {
   Bounded l, a, b;
 };
 
-// x, y and z (divided by the white) of one quad's colours, given their gamma factor.
-void Tristimulus(const Bounded (&c)[3], const Bounded& f, Bounded* xyz) {
-  const Bounded r = f * c[0], g = f * c[1], b = f * c[2];
-  xyz[0] = (2.7689 * r + 1.7517 * g + 1.1302 * b) / CColor::kWhite;
-  xyz[1] = (r + 4.5907 * g + 0.0601 * b) / CColor::kWhite;
-  xyz[2] = (0.0565 * g + 5.5943 * b) / CColor::kWhite;
+// The colour model's matrix rows, divided by the white.
+constexpr double kToXyz[3][3] = {
+    {2.7689 / CColor::kWhite, 1.7517 / CColor::kWhite, 1.1302 / CColor::kWhite},
+    {1.0 / CColor::kWhite, 4.5907 / CColor::kWhite, 0.0601 / CColor::kWhite},
+    {0.0, 0.0565 / CColor::kWhite, 5.5943 / CColor::kWhite}};
+
+// x, y and z (divided by the white) of one quad's exact colours c, given their gamma factor
+// f: f times a fixed combination of c, where the reference scales each component by f
+// first. Every rounding on either side (nine there, seven here) stays below 2^-53 of f times
+// the combination of |c|, so f's bound carried through that combination and kLinearSlack
+// of it bound the result.
+void Tristimulus(const D4 (&c)[3], const Bounded& f, Bounded* xyz) {
+  const D4 magnitude[3] = {Abs(c[0]), Abs(c[1]), Abs(c[2])};
+  const D4 perUnit = f.d + f.v * kLinearSlack;
+  for (int row = 0; row < 3; ++row) {
+    const double* w = kToXyz[row];
+    const D4 combination = w[0] * c[0] + w[1] * c[1] + w[2] * c[2];
+    const D4 size = w[0] * magnitude[0] + w[1] * magnitude[1] + w[2] * magnitude[2];
+    xyz[row] = {f.v * combination, size * perUnit};
+  }
 }
 
 // L*a*b* of one quad from its x, y, z and their cube roots.
@@ -142,16 +159,17 @@ Lab LabFromRoots(const Bounded* xyz, const Bounded* root, const Mask* rootUsable
   const Bounded fx = Compand(xyz[0], root[0], rootUsable[0], ok);
   const Bounded fy = Compand(xyz[1], root[1], rootUsable[1], ok);
   const Bounded fz = Compand(xyz[2], root[2], rootUsable[2], ok);
-  const Bounded l = Select(xyz[1].v > CColor::kEpsilon, 116.0 * fy - 16.0, CColor::kKappa * xyz[1]);
-  return {l, 500.0 * (fx - fy), 200.0 * (fy - fz)};
+  const Bounded l =
+      Select(xyz[1].v > CColor::kEpsilon, Linear({116.0}, {fy}, -16.0), Linear({CColor::kKappa}, {xyz[1]}));
+  return {l, Linear({500.0, -500.0}, {fx, fy}), Linear({200.0, -200.0}, {fy, fz})};
 }
 
 // y from L*, and y's companded value fy.
 void LightnessToY(const Bounded& l, Bounded& y, Bounded& fy, Mask& ok) {
   ok &= Clear(l, CColor::kInverseLThreshold);
   const Mask cubed = l.v > CColor::kInverseLThreshold;
-  const Bounded t = (l + 16.0) / 116.0;
-  y = Select(cubed, t * t * t, l / CColor::kKappa);
+  const Bounded t = Linear({1.0 / 116.0}, {l}, 16.0 / 116.0);
+  y = Select(cubed, t * t * t, Linear({1.0 / CColor::kKappa}, {l}));
   ok &= Clear(y, CColor::kEpsilon) & (y.d <= Abs(y.v) * 0x1p-20);
   const Mask rooted = y.v > CColor::kEpsilon;
   // The cube root of t cubed is t, to within the cube's two roundings, std::pow's unit, and
@@ -159,20 +177,60 @@ void LightnessToY(const Bounded& l, Bounded& y, Bounded& fy, Mask& ok) {
   // linear segment's y is left to the reference: only a threshold's rounding could ask for it.
   ok &= cubed | ~rooted;
   const Bounded root = {t.v, Abs(t.v) * (80 * kUnit + 0.34 * y.d / Abs(y.v))};
-  fy = Select(rooted, root, CColor::kLinearFactor * y + CColor::kOffset);
+  fy = Select(rooted, root, Linear({CColor::kLinearFactor}, {y}, CColor::kOffset));
+}
+
+// The solve's rows with the white folded in: blue from x, y, z; green from z and blue; red
+// from y, green and blue.
+constexpr double kWhite = CColor::kWhite, kSolveDivisor = CColor::kSolveDivisor;
+constexpr double kBlue[3] = {kWhite * 0.0565 / kSolveDivisor, -2.7689 * kWhite * 0.0565 / kSolveDivisor,
+                             -kWhite * CColor::kSolveFactor / kSolveDivisor};
+constexpr double kGreen[2] = {kWhite / 0.0565, -5.5943 / 0.0565};
+constexpr double kRed[3] = {kWhite, -4.5907, -0.0601};
+
+// The same rows as weights of x, y and z alone, for carrying their bounds. Solved in steps,
+// an error of blue reaches green 99-fold and red over 400-fold; but an error of x, y or z
+// reaches the three through the inverse matrix, whose weights are small: the steps cancel
+// most of it. Each weight takes 2^-40 to spare for the rounding of the constants that
+// cancel in it.
+constexpr double Magnitude(double w) { return (w < 0 ? -w : w) + 0x1p-40; }
+constexpr double kGreenOf[3] = {kGreen[1] * kBlue[0], kGreen[1] * kBlue[1], kGreen[0] + kGreen[1] * kBlue[2]};
+constexpr double kRedOf[3] = {kRed[1] * kGreenOf[0] + kRed[2] * kBlue[0],
+                              kRed[0] + kRed[1] * kGreenOf[1] + kRed[2] * kBlue[1],
+                              kRed[1] * kGreenOf[2] + kRed[2] * kBlue[2]};
+
+// Σ |w[i]|·a[i] for weights w and vectors a: the bounds a row carries, or its terms' size.
+inline D4 Weighted(const double (&w)[3], const D4& a0, const D4& a1, const D4& a2) {
+  return Magnitude(w[0]) * a0 + Magnitude(w[1]) * a1 + Magnitude(w[2]) * a2;
+}
+
+// Blue, green and red from x, y and z. Each step's roundings on both sides come to at most
+// kLinearSlack of its terms' magnitudes, as in Linear, and reach the later steps through
+// their weights; x, y and z's bounds are carried through the inverse matrix directly.
+void Solve(const Bounded (&xyz)[3], Bounded& bl, Bounded& gr, Bounded& rd) {
+  const D4 &x = xyz[0].v, &y = xyz[1].v, &z = xyz[2].v;
+  bl.v = kBlue[0] * x + kBlue[1] * y + kBlue[2] * z;
+  const D4 blRounding = Weighted(kBlue, Abs(x), Abs(y), Abs(z)) * kLinearSlack;
+  gr.v = kGreen[0] * z + kGreen[1] * bl.v;
+  const D4 grRounding = Magnitude(kGreen[1]) * blRounding +
+                        (Magnitude(kGreen[0]) * Abs(z) + Magnitude(kGreen[1]) * Abs(bl.v)) * kLinearSlack;
+  rd.v = kRed[0] * y + kRed[1] * gr.v + kRed[2] * bl.v;
+  const D4 rdRounding = Magnitude(kRed[1]) * grRounding + Magnitude(kRed[2]) * blRounding +
+                        Weighted(kRed, Abs(y), Abs(gr.v), Abs(bl.v)) * kLinearSlack;
+  bl.d = Weighted(kBlue, xyz[0].d, xyz[1].d, xyz[2].d) + blRounding;
+  gr.d = Weighted(kGreenOf, xyz[0].d, xyz[1].d, xyz[2].d) + grRounding;
+  rd.d = Weighted(kRedOf, xyz[0].d, xyz[1].d, xyz[2].d) + rdRounding;
 }
 
 // LabToRgb up to the inverse gamma: x, y, z from L*a*b*, then blue, green, red solved in that
 // order and clipped.
 void LinearRgb(const Mapping& mp, const Lab& lab, Bounded (&rgb)[3], Mask& ok) {
-  Bounded y, fy;
-  LightnessToY(lab.l, y, fy, ok);
-  const Bounded x = Expand(lab.a / 500.0 + fy, mp.expandThreshold, ok) * CColor::kWhite;
-  const Bounded z = Expand(fy - lab.b / 200.0, mp.expandThreshold, ok) * CColor::kWhite;
-  y = y * CColor::kWhite;
-  const Bounded bl = ((x - 2.7689 * y) * 0.0565 - z * CColor::kSolveFactor) / CColor::kSolveDivisor;
-  const Bounded gr = (z - 5.5943 * bl) / 0.0565;
-  const Bounded rd = y - 4.5907 * gr - 0.0601 * bl;
+  Bounded xyz[3], fy;
+  LightnessToY(lab.l, xyz[1], fy, ok);
+  xyz[0] = Expand(Linear({1.0 / 500.0, 1.0}, {lab.a, fy}), mp.expandThreshold, ok);
+  xyz[2] = Expand(Linear({1.0, -1.0 / 200.0}, {fy, lab.b}), mp.expandThreshold, ok);
+  Bounded bl, gr, rd;
+  Solve(xyz, bl, gr, rd);
   rgb[0] = ClipNegative(rd);
   rgb[1] = ClipNegative(gr);
   rgb[2] = ClipNegative(bl);
@@ -186,36 +244,38 @@ constexpr int kGroupPixels = kLanes * kQuads;
 // kQuads quads of pixels from x on: out receives the float results, and ok marks the lanes
 // whose results are sure to equal the reference's.
 void Group(const Mapping& mp, const float* const* in, int x, F4 (&out)[kQuads][3], Mask (&ok)[kQuads]) {
+  D4 colour[kQuads][3];
   Bounded rgb[kQuads][3], mean[kQuads], f[kQuads];
   for (int q = 0; q < kQuads; ++q) {
     ok[q] = SplatInt<D4>(-1);
     for (int k = 0; k < 3; ++k) {
       F4 s;
       std::memcpy(&s, in[k] + x + kLanes * q, sizeof s);
-      rgb[q][k] = Exact((__builtin_convertvector(s, D4) - mp.levels.srcMin[k]) * mp.levels.srcScale[k]);
+      colour[q][k] = (__builtin_convertvector(s, D4) - mp.levels.srcMin[k]) * mp.levels.srcScale[k];
     }
-    mean[q] = (rgb[q][0] + rgb[q][1] + rgb[q][2]) / 3.0;
+    // The reference's own steps, so the mean is exact too.
+    mean[q] = Exact((colour[q][0] + colour[q][1] + colour[q][2]) / 3.0);
   }
   // RgbToLab.
   GammaFactors(mean, CColor::kGamma, f, ok);
   Bounded xyz[3 * kQuads], root[3 * kQuads];
   Mask rootUsable[3 * kQuads];
-  for (int q = 0; q < kQuads; ++q) Tristimulus(rgb[q], f[q], xyz + 3 * q);
+  for (int q = 0; q < kQuads; ++q) Tristimulus(colour[q], f[q], xyz + 3 * q);
   Pow(xyz, 1.0 / 3.0, root, rootUsable);
   for (int q = 0; q < kQuads; ++q) {
     Lab lab = LabFromRoots(xyz + 3 * q, root + 3 * q, rootUsable + 3 * q, ok[q]);
     // The chroma turned, scaled and shifted.
     const Bounded a = lab.a, b = lab.b;
-    lab.a = a * mp.cs - b * mp.sn + mp.aShift;
-    lab.b = a * mp.sn + b * mp.cs + mp.bShift;
+    lab.a = Linear({mp.cs, -mp.sn}, {a, b}, mp.aShift);
+    lab.b = Linear({mp.sn, mp.cs}, {a, b}, mp.bShift);
     // LabToRgb.
     LinearRgb(mp, lab, rgb[q], ok[q]);
-    mean[q] = (rgb[q][0] + rgb[q][1] + rgb[q][2]) / 3.0;
+    mean[q] = Linear({1.0 / 3.0, 1.0 / 3.0, 1.0 / 3.0}, rgb[q]);
   }
   GammaFactors(mean, CColor::kGammaInverse, f, ok);
   for (int q = 0; q < kQuads; ++q)
     for (int k = 0; k < 3; ++k) {
-      const Bounded o = rgb[q][k] * f[q] * mp.levels.dstScale[k] + mp.levels.dstMin[k];
+      const Bounded o = Linear({mp.levels.dstScale[k]}, {rgb[q][k] * f[q]}, mp.levels.dstMin[k]);
       // Twice the bound: the roundings of the bound itself and the terms of second order.
       const D4 margin = 2.0 * o.d;
       const F4 lo = __builtin_convertvector(o.v - margin, F4), hi = __builtin_convertvector(o.v + margin, F4);

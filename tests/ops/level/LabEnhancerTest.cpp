@@ -82,8 +82,9 @@ Planes Frame(int n, bool vivid, unsigned seed) {
 
 TEST(CLabEnhancer, RowsEqualThePixelByPixelMappingAndRarelyNeedIt) {
   // Gentle and strong enhancements, a turn by half a circle with casts that push colours out
-  // of gamut, and grey; over a sky frame, where the vector path must decide at least nine
-  // pixels in ten, and over vivid colours, where only the results are checked.
+  // of gamut, and grey; over a sky frame, where the vector path must decide at least 24
+  // pixels in 25 (bounds that add up errors the solve cancels leave it several times more),
+  // and over vivid colours, where only the results are checked.
   struct Setting {
     double saturation, hue, aShift, bShift;
   };
@@ -97,7 +98,7 @@ TEST(CLabEnhancer, RowsEqualThePixelByPixelMappingAndRarelyNeedIt) {
       for (bool inPlace : {false, true}) {
         int fallbacks = 0, ignored = 0;
         EXPECT_EQ(Mismatches(e, sky, inPlace, fallbacks), 0) << "saturation " << s.saturation << " path " << path;
-        EXPECT_LT(fallbacks, sky.Size() / 10) << "saturation " << s.saturation << " path " << path;
+        EXPECT_LT(fallbacks, sky.Size() / 25) << "saturation " << s.saturation << " path " << path;
         EXPECT_EQ(Mismatches(e, vivid, inPlace, ignored), 0) << "saturation " << s.saturation << " path " << path;
       }
     }
@@ -113,7 +114,8 @@ TEST(CLabEnhancer, ResultsNearAFloatRoundingBoundaryStillMatch) {
   const Planes vivid = Frame(300, true, 13);
   const double cs = 1.4 * std::cos(0.2), sn = 1.4 * std::sin(0.2);
   std::vector<double> offsets = {0.0};
-  for (int bits = 35; bits <= 52; ++bits) offsets.insert(offsets.end(), {std::ldexp(1.0, -bits), -std::ldexp(1.0, -bits)});
+  for (int bits = 35; bits <= 52; ++bits)
+    offsets.insert(offsets.end(), {std::ldexp(1.0, -bits), -std::ldexp(1.0, -bits)});
   ForEachPath([&](int path) {
     int wrong = 0;
     for (int x = 0; x < vivid.Size(); ++x) {
