@@ -31,6 +31,24 @@ inline D Abs(D v) {
   return (D)((MaskOf<D>)v & SplatInt<D>(0x7fffffffffffffffLL));
 }
 
+/// The binary exponent e of positive normal x (x = 2^e·m, 1 ≤ m < 2), as a double.
+template <class D>
+inline D BinaryExponent(const D& x) {
+  using L = MaskOf<D>;
+  const L field = ((L)x >> 52) & SplatInt<D>(0x7ff);
+  // The field's bits put into the mantissa of 2^52, minus 2^52.
+  return (D)(field | SplatInt<D>(0x4330000000000000LL)) - Splat<D>(0x1p52) - Splat<D>(1023.0);
+}
+
+/// 2^-e for the binary exponent e of positive normal x below 2^1023: 1/x lies between half
+/// of it and it.
+template <class D>
+inline D InverseBinaryPower(const D& x) {
+  using L = MaskOf<D>;
+  const L field = ((L)x >> 52) & SplatInt<D>(0x7ff);
+  return (D)((SplatInt<D>(2046) - field) << 52);
+}
+
 // ln 2 split so that k·kLn2Hi is exact for |k| < 2^21, and the same halved for the
 // exponential's steps of half a power of two.
 constexpr double kLn2Hi = 6.93147180369123816490e-01;
@@ -93,9 +111,7 @@ inline void Log(const D (&x)[N], D (&out)[N]) {
   D e[N], s[N], z[N], p[N];
   for (int j = 0; j < N; ++j) {
     const L bits = (L)x[j];
-    const L exponentField = (bits >> 52) & SplatInt<D>(0x7ff);
-    // The biased exponent as a double: its bits put into the mantissa of 2^52, minus 2^52.
-    e[j] = (D)(exponentField | SplatInt<D>(0x4330000000000000LL)) - Splat<D>(0x1p52) - Splat<D>(1023.0);
+    e[j] = BinaryExponent(x[j]);
     D m = (D)((bits & SplatInt<D>(0x000fffffffffffffLL)) | SplatInt<D>(0x3ff0000000000000LL));
     const L big = m > Splat<D>(kSqrt2);
     m = big ? m * Splat<D>(0.5) : m;
