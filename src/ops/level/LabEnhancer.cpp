@@ -5,6 +5,7 @@
 
 #include "core/Color.h"
 #include "kernels/Vec4.h"
+#include "kernels/VecCbrt.h"
 #include "kernels/VecLogExp.h"
 
 namespace {
@@ -78,7 +79,8 @@ inline bool AllSet(const Mask& mask) {
 
 // x^c for N vectors at once; `usable` marks the lanes inside the vector power's range. The
 // bound adds the approximation's own error, std::pow's (below one unit) and the argument's
-// distance carried through the power's slope c·x^c/x.
+// distance carried through the power's slope c·x^c/x, with 2^-e for 1/x (e: x's binary
+// exponent).
 template <int N>
 inline void Pow(const Bounded (&x)[N], double c, Bounded (&out)[N], Mask (&usable)[N]) {
   D4 xv[N], lnx[N], t[N], power[N];
@@ -87,10 +89,28 @@ inline void Pow(const Bounded (&x)[N], double c, Bounded (&out)[N], Mask (&usabl
   for (int j = 0; j < N; ++j) t[j] = c * lnx[j];
   Exp(t, power);
   for (int j = 0; j < N; ++j) {
-    const D4 relative = PowRelativeError(c, lnx[j], t[j]) + 2 * kUnit + 1.01 * std::fabs(c) * x[j].d / xv[j];
+    const D4 relative = PowRelativeError(c, lnx[j], t[j]) + 2 * kUnit + 1.01 * std::fabs(c) * x[j].d * InverseBinaryPower(xv[j]);
     out[j] = {power[j], Abs(power[j]) * relative};
     usable[j] = (xv[j] >= 0x1p-1022) & (xv[j] <= 0x1p1000) & (Abs(t[j]) <= kMaxExponent) &
                 (x[j].d <= xv[j] * 0x1p-20);
+  }
+}
+
+// The cube roots std::pow(x, 1/3) of N vectors; `usable` marks the lanes inside Cbrt's
+// range. The bound adds Cbrt's error, std::pow's (below one unit), the rounding of the
+// exponent 1/3 (1/3·2^-54 short, which moves the power by |ln x|/3·2^-54, and |ln x| is
+// below (|e| + 1)·ln 2 for x's binary exponent e), and the argument's distance through the
+// root's slope ∛x/(3x), with 2^-e for 1/x.
+template <int N>
+inline void CubeRoots(const Bounded (&x)[N], Bounded (&out)[N], Mask (&usable)[N]) {
+  D4 xv[N], root[N];
+  for (int j = 0; j < N; ++j) xv[j] = x[j].v;
+  Cbrt(xv, root);
+  for (int j = 0; j < N; ++j) {
+    const D4 exponentRounding = (Abs(BinaryExponent(xv[j])) + 1.0) * (0.2311 * 0x1p-54);
+    const D4 relative = (kCbrtError + 2 * kUnit) + exponentRounding + 0.34 * x[j].d * InverseBinaryPower(xv[j]);
+    out[j] = {root[j], root[j] * (relative * 1.01)};
+    usable[j] = (xv[j] >= 0x1p-1022) & (xv[j] <= 0x1p1000) & (x[j].d <= xv[j] * 0x1p-20);
   }
 }
 
@@ -261,7 +281,7 @@ void Group(const Mapping& mp, const float* const* in, int x, F4 (&out)[kQuads][3
   Bounded xyz[3 * kQuads], root[3 * kQuads];
   Mask rootUsable[3 * kQuads];
   for (int q = 0; q < kQuads; ++q) Tristimulus(colour[q], f[q], xyz + 3 * q);
-  Pow(xyz, 1.0 / 3.0, root, rootUsable);
+  CubeRoots(xyz, root, rootUsable);
   for (int q = 0; q < kQuads; ++q) {
     Lab lab = LabFromRoots(xyz + 3 * q, root + 3 * q, rootUsable + 3 * q, ok[q]);
     // The chroma turned, scaled and shifted.
