@@ -89,7 +89,8 @@ inline void Pow(const Bounded (&x)[N], double c, Bounded (&out)[N], Mask (&usabl
   for (int j = 0; j < N; ++j) t[j] = c * lnx[j];
   Exp(t, power);
   for (int j = 0; j < N; ++j) {
-    const D4 relative = PowRelativeError(c, lnx[j], t[j]) + 2 * kUnit + 1.01 * std::fabs(c) * x[j].d * InverseBinaryPower(xv[j]);
+    const D4 slope = 1.01 * std::fabs(c) * x[j].d * InverseBinaryPower(xv[j]);
+    const D4 relative = PowRelativeError(c, lnx[j], t[j]) + 2 * kUnit + slope;
     out[j] = {power[j], Abs(power[j]) * relative};
     usable[j] = (xv[j] >= 0x1p-1022) & (xv[j] <= 0x1p1000) & (Abs(t[j]) <= kMaxExponent) &
                 (x[j].d <= xv[j] * 0x1p-20);
@@ -271,10 +272,12 @@ void Group(const Mapping& mp, const float* const* in, int x, F4 (&out)[kQuads][3
     for (int k = 0; k < 3; ++k) {
       F4 s;
       std::memcpy(&s, in[k] + x + kLanes * q, sizeof s);
+      // The reference's own steps, so the components are exact.
       colour[q][k] = (__builtin_convertvector(s, D4) - mp.levels.srcMin[k]) * mp.levels.srcScale[k];
     }
-    // The reference's own steps, so the mean is exact too.
-    mean[q] = Exact((colour[q][0] + colour[q][1] + colour[q][2]) / 3.0);
+    // Bounded, not exact: a component's product may be fused into the sum.
+    const Bounded components[3] = {Exact(colour[q][0]), Exact(colour[q][1]), Exact(colour[q][2])};
+    mean[q] = Linear({1.0 / 3.0, 1.0 / 3.0, 1.0 / 3.0}, components);
   }
   // RgbToLab.
   GammaFactors(mean, CColor::kGamma, f, ok);
@@ -305,6 +308,12 @@ void Group(const Mapping& mp, const float* const* in, int x, F4 (&out)[kQuads][3
     }
 }
 
+// The reference for one pixel, kept out of line: inlined into the row compiled with fused
+// multiply-add, its products and sums could be fused and round differently from Pixel().
+__attribute__((noinline)) void ExactPixel(const CLabEnhancer& exact, const float (&in)[3], float (&out)[3]) {
+  exact.Pixel(in, out);
+}
+
 // One quad's results into out at x; the lanes not in ok through the reference, from the
 // pixels saved in `pixels` (the rows may be the same).
 int StoreQuad(const CLabEnhancer& exact, const F4 (&res)[3], const Mask& ok, const float (&pixels)[kLanes][3],
@@ -315,7 +324,7 @@ int StoreQuad(const CLabEnhancer& exact, const F4 (&res)[3], const Mask& ok, con
   for (int j = 0; j < kLanes; ++j) {
     if (ok[j] != 0) continue;
     float pixel[3];
-    exact.Pixel(pixels[j], pixel);
+    ExactPixel(exact, pixels[j], pixel);
     for (int k = 0; k < 3; ++k) out[k][x + j] = pixel[k];
     ++fallbacks;
   }
@@ -341,7 +350,7 @@ int RowWith(const Mapping& mp, const CLabEnhancer& exact, const float* const* in
   for (; x < n; ++x) {
     const float pixel[3] = {in[0][x], in[1][x], in[2][x]};
     float result[3];
-    exact.Pixel(pixel, result);
+    ExactPixel(exact, pixel, result);
     for (int k = 0; k < 3; ++k) out[k][x] = result[k];
   }
   return fallbacks;
