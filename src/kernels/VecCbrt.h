@@ -33,7 +33,8 @@ inline void Cbrt(const D (&x)[N], D (&out)[N]) {
     D q = (third + Splat<D>(kRoundShifter)) - Splat<D>(kRoundShifter);
     q = q > third ? q - Splat<D>(1.0) : q;
     const D r = e - Splat<D>(3.0) * q;
-    const D rootOfTwoPower = r == Splat<D>(0.0) ? Splat<D>(1.0) : r == Splat<D>(1.0) ? Splat<D>(kCbrt2) : Splat<D>(kCbrt4);
+    const D rootOfTwoPower =
+        r == Splat<D>(0.0) ? Splat<D>(1.0) : r == Splat<D>(1.0) ? Splat<D>(kCbrt2) : Splat<D>(kCbrt4);
     const L qInt = (L)(q + Splat<D>(kRoundShifter)) - (L)Splat<D>(kRoundShifter);
     const D twoToQ = (D)((qInt + SplatInt<D>(1023)) << 52);
     const D t = m - Splat<D>(1.5);
