@@ -40,15 +40,6 @@ inline D BinaryExponent(const D& x) {
   return (D)(field | SplatInt<D>(0x4330000000000000LL)) - Splat<D>(0x1p52) - Splat<D>(1023.0);
 }
 
-/// 2^-e for the binary exponent e of positive normal x below 2^1023: 1/x lies between half
-/// of it and it.
-template <class D>
-inline D InverseBinaryPower(const D& x) {
-  using L = MaskOf<D>;
-  const L field = ((L)x >> 52) & SplatInt<D>(0x7ff);
-  return (D)((SplatInt<D>(2046) - field) << 52);
-}
-
 // ln 2 split so that k·kLn2Hi is exact for |k| < 2^21, and the same halved for the
 // exponential's steps of half a power of two.
 constexpr double kLn2Hi = 6.93147180369123816490e-01;
