@@ -193,10 +193,11 @@ inline void CubehelixV(const float* t, const Paint& p, float* const* raw) {
       // under 2^-48. f's product with 1/255 in place of the division adds under 2^-49.6,
       // through the slope of the map (below 5); and the reference takes c·255 to the target
       // through /255·range, two roundings this path leaves out. Through the conversion,
-      // ·|range|, plus the roundings of the conversion on both sides; all taken generously.
+      // ·|range|, plus the roundings of the conversion on both sides, below 2^-50 of
+      // |value| + |min| ≤ |range| + 2|min|; all taken generously, and the same for every pixel.
       const D4 value = c * p.dstRange[k] + p.dstMin[k];
-      const D4 margin =
-          std::fabs(p.dstRange[k]) * 0x1p-46 + (qrn::vmath::Abs(value) + std::fabs(p.dstMin[k])) * 0x1p-50;
+      const double margin =
+          std::fabs(p.dstRange[k]) * 0x1p-46 + (std::fabs(p.dstRange[k]) + 2 * std::fabs(p.dstMin[k])) * 0x1p-50;
       const Vec4f::Raw lo = __builtin_convertvector(value - margin, Vec4f::Raw);
       const Vec4f::Raw hi = __builtin_convertvector(value + margin, Vec4f::Raw);
       sure &= (Vec4f::Mask)lo == (Vec4f::Mask)hi;
