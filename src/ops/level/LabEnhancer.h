@@ -10,10 +10,11 @@
 /// changed by the chroma, so y and its cube root are carried back rather than recomputed,
 /// and the three solves for blue, green and red are taken as one inverse matrix. The results
 /// equal CColor's RgbToLab and LabToRgb rounded to float in all but about one sample in a
-/// million, which is one float unit away. Pixel() and Row() run the same steps with plain
-/// (unfused) IEEE operations, so they give the same bits on every instruction set. Pixels
-/// outside the vector functions' range (colours beyond ±2^100 on the 0..255 scale, NaN,
-/// infinities) go through CColor itself.
+/// million; those are one float unit away, or, where the solve cancels a component to almost
+/// nothing, less than 10^-12 of the pixel's brightest sample. Pixel() and Row() run the same
+/// steps with plain (unfused) IEEE operations, so they give the same bits on every
+/// instruction set. Pixels outside the vector functions' range (colours beyond ±2^100 on the
+/// 0..255 scale, NaN, infinities) go through CColor itself.
 class CLabEnhancer {
  public:
   struct Levels {
