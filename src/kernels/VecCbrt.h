@@ -1,5 +1,6 @@
 // Vectorised cube root in double with a known error bound, for row functions that decide
-// their float results against that bound and fall back to std::pow.
+// their float results against that bound and fall back to std::pow, and for those that take
+// it as their own (the L*a*b* enhancement).
 #pragma once
 
 #include "kernels/VecLogExp.h"

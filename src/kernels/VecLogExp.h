@@ -1,5 +1,6 @@
 // Vectorised natural logarithm and exponential in double with a known error bound, for row
-// functions that decide their float results against that bound and fall back to std::pow.
+// functions that decide their float results against that bound and fall back to std::pow,
+// and for those that take these functions as their own (the L*a*b* enhancement).
 #pragma once
 
 #include "kernels/Vec4.h"
