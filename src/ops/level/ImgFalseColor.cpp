@@ -37,6 +37,7 @@ void Hue(double h, double* c) {
 // linear maps vectorise.
 template <int kScheme>
 inline void SchemeColor(double f, double* c) {
+  static_assert(kScheme >= 0 && kScheme <= 5, "grey is taken before the maps");
   if constexpr (kScheme == 0) {
     Hue((1.0 - f) * 240.0, c);
   } else if constexpr (kScheme == 1) {
@@ -58,8 +59,6 @@ inline void SchemeColor(double f, double* c) {
     c[0] = Unit(f + amp * (-0.14861 * cs + 1.78277 * sn));
     c[1] = Unit(f + amp * (-0.29227 * cs - 0.90649 * sn));
     c[2] = Unit(f + amp * (1.97294 * cs));
-  } else {
-    c[0] = c[1] = c[2] = f;
   }
 }
 
@@ -69,8 +68,12 @@ inline void FalseColorOf(double v, int cycles, double* c) {
   v = v != v ? 0.0 : v;  // NaN
   v = v < 0.0 ? 0.0 : 255.0 < v ? 255.0 : v;
   if (kCycles && cycles > 0) v = std::clamp(std::fmod(cycles * v, 256.0), 0.0, 255.0);
-  SchemeColor<kScheme>(v / 255.0, c);
-  for (int k = 0; k < 3; ++k) c[k] *= 255.0;
+  if constexpr (kScheme < 0 || kScheme > 5) {
+    c[0] = c[1] = c[2] = v;  // grey is v itself, not v through /255 and ·255
+  } else {
+    SchemeColor<kScheme>(v / 255.0, c);
+    for (int k = 0; k < 3; ++k) c[k] *= 255.0;
+  }
 }
 
 // The piecewise linear maps (and grey) four samples at a time, with selects where the scalar
@@ -105,6 +108,7 @@ inline void HueV(const Vec4d& h, Vec4d* c) {
 
 template <int kScheme>
 inline void SchemeColorV(const Vec4d& f, Vec4d* c) {
+  static_assert(kScheme >= 0 && kScheme <= 4, "grey is taken before the maps");
   const Vec4d one(1.0), two(2.0), three(3.0), four(4.0), onePointFive(1.5);
   if constexpr (kScheme == 0) {
     HueV((one - f) * Vec4d(240.0), c);
@@ -120,8 +124,6 @@ inline void SchemeColorV(const Vec4d& f, Vec4d* c) {
     c[0] = Vec4d::Select(lower, two * f, one);
     c[1] = Vec4d::Select(lower, two * f, two * (one - f));
     c[2] = Vec4d::Select(lower, one, two * (one - f));
-  } else {
-    c[0] = c[1] = c[2] = f;
   }
 }
 
@@ -132,11 +134,15 @@ inline void FalseColorsV(const float* t, double low, double stretch, double* c0,
   Vec4d v = (ToDouble(Vec4f::Load(t)) - Vec4d(low)) * Vec4d(stretch);
   v = Vec4d::Select(v >= v, v, zero);  // NaN
   v = Vec4d::Select(v < zero, zero, Vec4d::Select(top < v, top, v));
-  Vec4d c[3];
-  SchemeColorV<kScheme>(v / top, c);
-  (c[0] * top).Store(c0);
-  (c[1] * top).Store(c1);
-  (c[2] * top).Store(c2);
+  if constexpr (kScheme < 0 || kScheme > 5) {
+    v.Store(c0), v.Store(c1), v.Store(c2);
+  } else {
+    Vec4d c[3];
+    SchemeColorV<kScheme>(v / top, c);
+    (c[0] * top).Store(c0);
+    (c[1] * top).Store(c1);
+    (c[2] * top).Store(c2);
+  }
 }
 
 // Cubehelix's weights of cos φ and sin φ in its three components, as SchemeColor<5>

@@ -85,6 +85,11 @@ TEST(ImgFalseColor, ClampsAndCycles) {
   EXPECT_EQ(g1, 255.0);
   CImgFalseColor::GetFalseColor(200, 99, 2, &r1, &g1, &b1);  // fmod(400, 256) = 144
   EXPECT_EQ(b1, 144.0);
+  // Grey is the value itself: through /255 and ·255 this one would come back a unit above.
+  CImgFalseColor::GetFalseColor(63.9, 6, 0, &r1, &g1, &b1);
+  EXPECT_EQ(r1, 63.9);
+  EXPECT_EQ(g1, 63.9);
+  EXPECT_EQ(b1, 63.9);
   CImgFalseColor::GetFalseColor(200, 3, 2, &r1, &g1, &b1);
   CImgFalseColor::GetFalseColor(144, 3, 0, &r2, &g2, &b2);
   EXPECT_EQ(r1, r2);
