@@ -16,10 +16,18 @@ struct Mix {
   double m[9], srcMin[3], srcScale[3], dstMin[3], dstScale[3], b[3], s;
 };
 
+// The stored value: the corrected one at full strength (where the blend's 0·v would turn an
+// infinite sample into NaN and −0 into +0), the blend with the source value below it.
+template <bool full>
+inline double Blend(const Mix& c, double v, double corrected) {
+  if constexpr (full) return corrected;
+  return (1.0 - c.s) * v + c.s * corrected;
+}
+
 // One line of the three planes. The tests are written as selects so that the loop has no
 // branches and the compiler can run it on vectors of doubles; the arithmetic is that of the
 // per-pixel rule in the same order.
-template <bool keepBright, bool clipBlack>
+template <bool keepBright, bool clipBlack, bool full>
 void MixRow(const Mix& k, const float* const* in, float* const* out, int n) {
   const Mix c = k;  // local constants: the stores below cannot reach them
   const float *r = in[0], *g = in[1], *bl = in[2];
@@ -50,23 +58,24 @@ void MixRow(const Mix& k, const float* const* in, float* const* out, int n) {
       c1 = c1 < 0.0 ? 0.0 : c1;
       c2 = c2 < 0.0 ? 0.0 : c2;
     }
-    o0[x] = static_cast<float>((1.0 - c.s) * v0 + c.s * ((c0 + c.b[0]) * c.dstScale[0] + c.dstMin[0]));
-    o1[x] = static_cast<float>((1.0 - c.s) * v1 + c.s * ((c1 + c.b[1]) * c.dstScale[1] + c.dstMin[1]));
-    o2[x] = static_cast<float>((1.0 - c.s) * v2 + c.s * ((c2 + c.b[2]) * c.dstScale[2] + c.dstMin[2]));
+    o0[x] = static_cast<float>(Blend<full>(c, v0, (c0 + c.b[0]) * c.dstScale[0] + c.dstMin[0]));
+    o1[x] = static_cast<float>(Blend<full>(c, v1, (c1 + c.b[1]) * c.dstScale[1] + c.dstMin[1]));
+    o2[x] = static_cast<float>(Blend<full>(c, v2, (c2 + c.b[2]) * c.dstScale[2] + c.dstMin[2]));
   }
 }
 
 // The same row compiled for 256-bit vectors: four doubles a step.
-template <bool keepBright, bool clipBlack>
+template <bool keepBright, bool clipBlack, bool full>
 QRN_WIDE_TARGET void MixRowWide(const Mix& k, const float* const* in, float* const* out, int n) {
-  MixRow<keepBright, clipBlack>(k, in, out, n);
+  MixRow<keepBright, clipBlack, full>(k, in, out, n);
 }
 
 using MixRowFn = void (*)(const Mix&, const float* const*, float* const*, int);
 
 template <bool keepBright, bool clipBlack>
-MixRowFn MixRowFor(bool wide) {
-  return wide ? &MixRowWide<keepBright, clipBlack> : &MixRow<keepBright, clipBlack>;
+MixRowFn MixRowFor(bool wide, bool full) {
+  if (full) return wide ? &MixRowWide<keepBright, clipBlack, true> : &MixRow<keepBright, clipBlack, true>;
+  return wide ? &MixRowWide<keepBright, clipBlack, false> : &MixRow<keepBright, clipBlack, false>;
 }
 
 }  // namespace
@@ -117,11 +126,13 @@ int CImgColorCorrect::Do(tagMATRIX* matrix, double strength, int blackMode, floa
                 {dstScale[0], dstScale[1], dstScale[2]},
                 {b[0], b[1], b[2]},
                 s};
-  // The options are fixed for the call, so each combination gets its own branch-free row.
-  const bool wide = qrn::simd::WideVectors();
-  const MixRowFn row = (option & kKeepBright)
-                           ? ((option & kClipBlack) ? MixRowFor<true, true>(wide) : MixRowFor<true, false>(wide))
-                           : ((option & kClipBlack) ? MixRowFor<false, true>(wide) : MixRowFor<false, false>(wide));
+  // The options and the strength are fixed for the call, so each combination gets its own
+  // branch-free row.
+  const bool wide = qrn::simd::WideVectors(), full = s == 1.0;
+  const MixRowFn row =
+      (option & kKeepBright)
+          ? ((option & kClipBlack) ? MixRowFor<true, true>(wide, full) : MixRowFor<true, false>(wide, full))
+          : ((option & kClipBlack) ? MixRowFor<false, true>(wide, full) : MixRowFor<false, false>(wide, full));
   ForEachRgbRow(*this, *src, r, [&](const float* const* in, float* const* out, int n) {
     if (s == 0.0) {
       for (int k = 0; k < 3; ++k) CopyRow(in[k], out[k], n);

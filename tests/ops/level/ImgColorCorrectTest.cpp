@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+
 #include "ops/level/LevelTestImages.h"
 
 using leveltest::Make;
@@ -30,6 +32,13 @@ TEST(ImgColorCorrect, IdentityReproducesTheSourceAndHalfStrengthBlends) {
   EXPECT_FLOAT_EQ(half.GetPixelGrayRaw(1, 1, 0), 120.0f);  // (200 + 40) / 2
   EXPECT_FLOAT_EQ(half.GetPixelGrayRaw(1, 1, 1), 100.0f);
   EXPECT_FLOAT_EQ(half.GetPixelGrayRaw(1, 1, 2), 120.0f);
+
+  // Full strength stores the matrix result itself: an infinite red stays infinite, where the
+  // blend's 0·∞ would give NaN.
+  auto bright = Rgb(std::numeric_limits<float>::infinity(), 5, 5);
+  COrbImage full(*bright);
+  static_cast<CImgColorCorrect&>(full).Do(&m, 1.0, 0, 0.0f, 0, bright.get(), nullptr, 0);
+  EXPECT_EQ(full.GetPixelGrayRaw(1, 1, 0), std::numeric_limits<float>::infinity());
 }
 
 TEST(ImgColorCorrect, MatrixActsAboutTheBlackPoint) {
