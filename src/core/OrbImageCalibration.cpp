@@ -134,9 +134,19 @@ CalibrateRowFn PickRow(const Pass& pass, const FlatPlane& fp, RowKind kind) {
 
 // Runs the pass over the rectangle of every plane of target: planes in sequence, rows of a
 // plane in parallel, one progress unit per row and plane.
+// Dark and flat are read at the target's coordinates. The library makes no size check; a
+// debug build asserts that a frame covers the region it is read over.
+void CheckCovers([[maybe_unused]] const COrbImage* frame, [[maybe_unused]] int right, [[maybe_unused]] int bottom) {
+  assert(!frame || (frame->GetWidth() >= right && frame->GetHeight() >= bottom));
+}
+
 void RunPass(COrbImage& target, const Pass& pass, const CRect* rect, int titleId, int progress) {
   int left, top, right, bottom;
   target.NormalizeRect(rect, left, top, right, bottom);
+  if (right > left && bottom > top) {
+    CheckCovers(pass.dark, right, bottom);
+    CheckCovers(pass.flat, right, bottom);
+  }
   const int planes = target.GetPlanes();
   const int width = right - left;
   target.ShowProgressInit(progress, titleId, (bottom > top ? bottom - top : 0) * planes);
@@ -187,10 +197,6 @@ void PrepareFlat(Pass& pass, int planes, const float* lo, const float* hi, const
   }
 }
 
-void CheckCovers([[maybe_unused]] const COrbImage& frame, [[maybe_unused]] const COrbImage& target) {
-  assert(frame.GetWidth() >= target.GetWidth() && frame.GetHeight() >= target.GetHeight());
-}
-
 }  // namespace
 
 // The flat's per-plane minimum, maximum (from CalcMinMax) and mean (as GetAvrGrayRaw gives
@@ -207,7 +213,6 @@ float COrbImage::FlatGamma(float v, float top, float bottom, double gamma) { ret
 
 void COrbImage::DarkClbrtn(COrbImage* dark, int progress) {
   if (!dark) return;
-  CheckCovers(*dark, *this);
   Pass pass;
   pass.src = this;
   pass.dark = dark;
@@ -217,7 +222,6 @@ void COrbImage::DarkClbrtn(COrbImage* dark, int progress) {
 
 void COrbImage::FlatClbrtn(COrbImage* flat, int progress) {
   if (!flat) return;
-  CheckCovers(*flat, *this);
   Pass pass;
   pass.src = this;
   pass.flat = flat;
@@ -232,7 +236,6 @@ void COrbImage::FlatClbrtn(COrbImage* flat, int progress) {
 
 void COrbImage::FlatClbrtn(COrbImage* flat, float pedestal, double gamma, int progress) {
   if (!flat) return;
-  CheckCovers(*flat, *this);
   float lo[kMaxPlanes] = {}, hi[kMaxPlanes] = {}, mean[kMaxPlanes] = {};
   flat->MeasureFlat(lo, hi, mean);
   Pass pass;
@@ -249,9 +252,7 @@ void COrbImage::DarkFlat(COrbImage* src, COrbImage* dark, COrbImage* flat, float
   pass.dark = dark;
   pass.flat = flat;
   pass.rule = DarkRule::kNotAboveZero;
-  if (dark) CheckCovers(*dark, *this);
   if (flat) {
-    CheckCovers(*flat, *this);
     float lo[kMaxPlanes] = {}, hi[kMaxPlanes] = {}, mean[kMaxPlanes] = {};
     if (!flatMin || !flatMax || !flatMean) {
       flat->MeasureFlat(lo, hi, mean);

@@ -196,6 +196,10 @@ TEST(OrbImageCalibration, CombinedPassWritesOnlyTheRectangleAndSkipsMissingFrame
       const bool inside = x >= 1 && x < 4 && y >= 2;
       EXPECT_EQ(At(*target, x, y), inside ? 100.0f + x + 10 * y : -3.0f) << x << "," << y;
     }
+  // A dark that covers the rectangle but not the whole target is enough.
+  auto dark = Image(4, 5, 1, [](int, int, int) { return 1.0; });
+  target->DarkFlat(src.get(), dark.get(), nullptr, nullptr, nullptr, nullptr, 0.0f, 0.0, &rect, 0);
+  EXPECT_EQ(At(*target, 3, 4), 99.0f + 3 + 40);
 }
 
 TEST(OrbImageCalibration, SyntheticRawFrameReturnsToTheSky) {
