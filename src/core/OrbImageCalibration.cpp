@@ -132,14 +132,14 @@ CalibrateRowFn PickRow(const Pass& pass, const FlatPlane& fp, RowKind kind) {
                                                : PickFlatRow<true, DarkRule::kNotAboveZero>(fp, kind);
 }
 
-// Runs the pass over the rectangle of every plane of target: planes in sequence, rows of a
-// plane in parallel, one progress unit per row and plane.
 // Dark and flat are read at the target's coordinates. The library makes no size check; a
 // debug build asserts that a frame covers the region it is read over.
 void CheckCovers([[maybe_unused]] const COrbImage* frame, [[maybe_unused]] int right, [[maybe_unused]] int bottom) {
   assert(!frame || (frame->GetWidth() >= right && frame->GetHeight() >= bottom));
 }
 
+// Runs the pass over the rectangle of every plane of target: planes in sequence, rows of a
+// plane in parallel, one progress unit per row and plane.
 void RunPass(COrbImage& target, const Pass& pass, const CRect* rect, int titleId, int progress) {
   int left, top, right, bottom;
   target.NormalizeRect(rect, left, top, right, bottom);
