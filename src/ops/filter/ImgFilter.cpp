@@ -563,7 +563,7 @@ float CImgFilter::GetLaplacianRaw(float** lines, int x, int type, int plane) {
            at(2, c.m1) - 2.0 * at(2, 0) + at(2, c.p1);
       break;
     default:
-      l0 = at(0, 0);
+      l0 = at(1, 0);
       break;
   }
   return static_cast<float>(std::fabs(l0) + GetLevelMin(plane));

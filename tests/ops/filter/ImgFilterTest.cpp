@@ -209,6 +209,12 @@ TEST(ImgFilterLaplacian, KernelsAgainstWeightsAndFlatAreas) {
     EXPECT_EQ(F(flat).GetLaplacianGray(l, 0, type, 0), 0.0f);
     EXPECT_EQ(F(flat).GetLaplacianRaw(l, 0, type, 0), 20.0f);
   }
+  // Any other type gives the centre sample itself (plus the level minimum), not its neighbour.
+  COrbImage rows(-32, 4, 4, 1);
+  Fill(rows, [](int x, int y, int) { return 10 * y + x; });
+  rows.SetLevel(0, 0.0, 255.0);
+  F(rows).SetFilterAdr(1, 2, 0, 1, l, VM_READONLY);
+  EXPECT_EQ(F(rows).GetLaplacianRaw(l, 1, 7, 0), 21.0f);
 }
 
 TEST(ImgFilterEvaluators, MeansScalesAndHighPass) {
