@@ -272,6 +272,7 @@ void CImgAutoLevel::GetLevelDoubleRangeStd(float lo, float hi, double* sd, int l
 void CImgAutoLevel::GetMode(float* mode, float* low, float* high, int luminance, int plane, CRect* rect) {
   if (!mode || IsEmpty()) return;
   const bool luma = luminance && GetPlanes() >= 3;
+  if (GetPlanes() == 1) plane = 0;  // a grey image always takes its single plane
   if (!luma && (plane < 0 || plane >= GetPlanes())) return;
   const Region r(*this, rect);
   const int count = BinsFor(*this);
@@ -383,7 +384,7 @@ void CImgAutoLevel::DoByHistogram(double low, double high, int separate, int bal
   if (IsCombined(*this, separate)) {
     float m, lo, hi;
     GetMode(&m, &lo, &hi, 1, -1, rect);
-    const float base = static_cast<float>(m - (m - lo) * low);
+    const float base = static_cast<float>(double(m) - (double(m) - lo) * low);
     float mc[3];
     for (int p = 0; p < 3; ++p) GetMode(&mc[p], nullptr, nullptr, 0, p, rect);
     for (int p = 0; p < 3; ++p) {
@@ -403,8 +404,8 @@ void CImgAutoLevel::DoByHistogram(double low, double high, int separate, int bal
     }
     return;
   }
-  float m[3], lo[3], hi[3];
-  int a[3], b[3];
+  float m[kMaxPlanes], lo[kMaxPlanes], hi[kMaxPlanes];
+  int a[kMaxPlanes], b[kMaxPlanes];
   for (int p = 0; p < GetPlanes(); ++p) {
     GetMode(&m[p], &lo[p], &hi[p], 0, p, rect);
     double ra = 1.0, rb = 1.0;

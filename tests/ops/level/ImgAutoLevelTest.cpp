@@ -93,13 +93,23 @@ TEST(ImgAutoLevel, ModeOfConstantAndOddImages) {
     EXPECT_EQ(img->GetLevelMin(0), 42.0);
     EXPECT_EQ(img->GetLevelMax(0), 42.0);
   }
-  // A plane out of range leaves the result alone; NaN and infinite samples must not index
-  // outside the histogram (the sanitizer build checks that).
+  // NaN and infinite samples must not index outside the histogram (the sanitizer build checks
+  // that).
   auto bad = Line({std::nanf(""), 1, 1, 2, INFINITY});
   float mode = -7.0f;
-  Auto(*bad).GetMode(&mode, nullptr, nullptr, 0, 3, nullptr);
-  EXPECT_EQ(mode, -7.0f);
   Auto(*bad).GetMode(&mode, nullptr, nullptr, 0, 0, nullptr);
+  // A grey image takes its single plane whatever plane or luminance is asked for; a colour
+  // image's plane out of range leaves the result alone.
+  auto grey = Image(3, 3, 1, [](int, int, int) { return 42.0f; });
+  for (auto [luminance, plane] : {std::pair{1, -1}, std::pair{0, 3}}) {
+    mode = -7.0f;
+    Auto(*grey).GetMode(&mode, nullptr, nullptr, luminance, plane, nullptr);
+    EXPECT_EQ(mode, 42.0f);
+  }
+  auto colour = Image(3, 3, 3, [](int, int, int) { return 42.0f; });
+  mode = -7.0f;
+  Auto(*colour).GetMode(&mode, nullptr, nullptr, 0, 3, nullptr);
+  EXPECT_EQ(mode, -7.0f);
 }
 
 TEST(ImgAutoLevel, MedianTakesUpperMiddleAndSamplesByBlocks) {
@@ -247,6 +257,12 @@ TEST(ImgAutoLevel, DoByHistogramWindowAndBalanceModes) {
   Auto(*colour).DoByHistogram(1.0, 3.0, 1, 0, nullptr);
   EXPECT_NEAR(colour->GetLevelMin(2) - colour->GetLevelMin(0), 200.0, 1e-3);
   EXPECT_NEAR(colour->GetLevelMax(2) - colour->GetLevelMax(0), 200.0, 1e-3);
+
+  // Four planes (a development work image has a luminance plane): every plane gets its window
+  // (and the sanitizer build checks that the per-plane results stay in bounds).
+  auto four = Image(29, 1, 4, [&](int x, int, int p) { return img->GetPixelGrayRaw(x, 0, 0) + 10.0f * p; });
+  Auto(*four).DoByHistogram(1.0, 3.0, 1, 1, nullptr);
+  EXPECT_NEAR(four->GetLevelMin(3), 130 - width, 1e-3);
 }
 
 }  // namespace
