@@ -3,6 +3,7 @@
 
 #include <cmath>
 
+#include "kernels/Prefetch.h"
 #include "kernels/Vec4.h"
 
 namespace {
@@ -22,10 +23,6 @@ void MixRow(const float* d0, const float* d1, int n, float* out, const Rule& rul
   for (int x = 0; x < n; ++x) out[x] = static_cast<float>(mix(double(d0[x]), double(d1[x])));
 }
 
-// How far ahead of the row the wide rows ask for their input, in samples: one thread streams
-// two inputs, and the hardware's own prefetch alone leaves it short of the memory's pace.
-constexpr int kPrefetchAhead = 1024;
-
 // The same row four doubles a step. Each lane takes the reference's double steps in the same
 // order, so the stored floats are identical.
 template <class Rule>
@@ -33,10 +30,9 @@ void MixSpan4(const float* d0, const float* d1, int n, float* out, const Rule& r
   const auto mix = rule(Vec4d());
   int x = 0;
   for (; x + 4 <= n; x += 4) {
-    if (x % 16 == 0) {  // one cache line of each input
-      __builtin_prefetch(d0 + x + kPrefetchAhead);
-      __builtin_prefetch(d1 + x + kPrefetchAhead);
-    }
+    // One thread streams two inputs; the hardware's own prefetch alone falls short of that.
+    qrn::simd::PrefetchRead(d0, x);
+    qrn::simd::PrefetchRead(d1, x);
     ToFloat(mix(ToDouble(Vec4f::Load(d0 + x)), ToDouble(Vec4f::Load(d1 + x)))).Store(out + x);
   }
   MixRow(d0 + x, d1 + x, n - x, out + x, rule);
