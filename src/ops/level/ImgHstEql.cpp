@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <cstring>
 #include <mutex>
 #include <vector>
@@ -88,21 +89,24 @@ struct LineBins {
   }
 };
 
-// The count of each bin over the lines [0, h): lines in parallel, each counted into four
+// The count of each bin over the lines [0, h): lines in parallel, each counted into eight
 // interleaved histograms, so that runs of one bin (the sky of a star field) do not wait on one
-// counter, then added to the total in any order (integer sums).
+// counter, then added to the total in any order (integer sums). A line's counts fit 32 bits.
 Histogram CountBins(COrbImage& frame, const LineBins& line, int h) {
+  constexpr int kWays = 8;
   Histogram count{};
   std::mutex merge;
   CLineLoop(frame).Run(0, h, [&](int y) {
     const int* bins = line.Of(y);
-    Histogram part[4] = {};
+    std::uint32_t part[kWays][CImgHstEql::kBins] = {};
     int x = 0;
-    for (; x + 4 <= line.width; x += 4)
-      for (int j = 0; j < 4; ++j) ++part[j][bins[x + j]];
+    for (; x + kWays <= line.width; x += kWays)
+      for (int j = 0; j < kWays; ++j) ++part[j][bins[x + j]];
     for (; x < line.width; ++x) ++part[0][bins[x]];
+    for (int j = 1; j < kWays; ++j)
+      for (int k = 0; k < CImgHstEql::kBins; ++k) part[0][k] += part[j][k];
     std::lock_guard lock(merge);
-    for (int k = 0; k < CImgHstEql::kBins; ++k) count[k] += part[0][k] + part[1][k] + part[2][k] + part[3][k];
+    for (int k = 0; k < CImgHstEql::kBins; ++k) count[k] += part[0][k];
   });
   return count;
 }
