@@ -79,9 +79,9 @@ void CalibrateRow_x(float* dst, const float* s, const float* d, const float* f, 
   int x = kStream ? UnalignedHead<4>(dst, n) : 0;
   CalibrateRow<kDark, kRule, kFlat>(dst, s, d, f, x, fp);
   for (; x + 4 <= n; x += 4) {
-    qrn::simd::PrefetchRead(s, x);
-    if constexpr (kDark) qrn::simd::PrefetchRead(d, x);
-    if constexpr (kFlat) qrn::simd::PrefetchRead(f, x);
+    qrn::simd::PrefetchRead<4>(s + x);
+    if constexpr (kDark) qrn::simd::PrefetchRead<4>(d + x);
+    if constexpr (kFlat) qrn::simd::PrefetchRead<4>(f + x);
     const Vec4f dk = kDark ? Vec4f::Load(d + x) : zero, g = kFlat ? Vec4f::Load(f + x) : zero;
     Put<kStream>(dst + x, Calibrate<kDark, kRule, kFlat>(Vec4f::Load(s + x), dk, g, m, add, zero));
   }

@@ -13,7 +13,7 @@ void FindWith(const float* v, int n, float& min, float& max) {
   V lo(inf), hi(-inf);
   int x = 0;
   for (; x + V::kWidth <= n; x += V::kWidth) {
-    qrn::simd::PrefetchRead(v, x);
+    qrn::simd::PrefetchRead<V::kWidth>(v + x);
     const V s = V::Load(v + x);
     lo = V::Min(s, lo);
     hi = V::Max(s, hi);

@@ -85,7 +85,7 @@ __attribute__((target("avx2"))) int CCurveMemo::FindWide(const float* v, int n, 
   const __m128i right = _mm_cvtsi32_si128(m_rotate), left = _mm_cvtsi32_si128(32 - m_rotate);
   int count = 0, i = 0;
   for (; i + 8 <= n; i += 8) {
-    qrn::simd::PrefetchRead(v, i);
+    qrn::simd::PrefetchRead<8>(v + i);
     const __m256i key = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(v + i));
     // A shift by 32 gives 0, so rotation by 0 needs no case of its own.
     const __m256i rotated = _mm256_or_si256(_mm256_srl_epi32(key, right), _mm256_sll_epi32(key, left));

@@ -1,5 +1,6 @@
 // Software prefetch for loops that stream rows of samples.
 #pragma once
+#include <cstdint>
 
 namespace qrn::simd {
 
@@ -10,15 +11,25 @@ namespace qrn::simd {
 /// the latency without pushing out lines the loop still needs.
 constexpr int kPrefetchAhead = 1024;
 
-/// Asks for the line kPrefetchAhead floats past p + x, once per 64-byte line: call it at every
-/// step of a loop whose x advances by 4, 8 or 16. Asking past the end of a row is harmless.
-inline void PrefetchRead(const float* p, int x) {
-  if (x % 16 == 0) __builtin_prefetch(p + x + kPrefetchAhead, 0);
+/// True at one step in each 64-byte line for a loop that advances a float pointer by kStep,
+/// whatever the row's alignment.
+template <int kStep>
+inline bool FirstStepInLine(const float* p) {
+  static_assert(kStep == 4 || kStep == 8 || kStep == 16, "a step of 16, 32 or 64 bytes");
+  return (reinterpret_cast<std::uintptr_t>(p) & 63) < kStep * sizeof(float);
+}
+
+/// Asks for the line kPrefetchAhead floats past p, once per line: call it at every step of a
+/// loop that reads p and advances it by kStep floats. Asking past the end of a row is harmless.
+template <int kStep>
+inline void PrefetchRead(const float* p) {
+  if (FirstStepInLine<kStep>(p)) __builtin_prefetch(p + kPrefetchAhead, 0);
 }
 
 /// The same for a row the loop writes: the line is fetched for writing.
-inline void PrefetchWrite(float* p, int x) {
-  if (x % 16 == 0) __builtin_prefetch(p + x + kPrefetchAhead, 1);
+template <int kStep>
+inline void PrefetchWrite(float* p) {
+  if (FirstStepInLine<kStep>(p)) __builtin_prefetch(p + kPrefetchAhead, 1);
 }
 
 }  // namespace qrn::simd

@@ -31,8 +31,8 @@ void MixSpan4(const float* d0, const float* d1, int n, float* out, const Rule& r
   int x = 0;
   for (; x + 4 <= n; x += 4) {
     // One thread streams two inputs; the hardware's own prefetch alone falls short of that.
-    qrn::simd::PrefetchRead(d0, x);
-    qrn::simd::PrefetchRead(d1, x);
+    qrn::simd::PrefetchRead<4>(d0 + x);
+    qrn::simd::PrefetchRead<4>(d1 + x);
     ToFloat(mix(ToDouble(Vec4f::Load(d0 + x)), ToDouble(Vec4f::Load(d1 + x)))).Store(out + x);
   }
   MixRow(d0 + x, d1 + x, n - x, out + x, rule);

@@ -42,7 +42,7 @@ void FloatBins(const float* s, int n, double min, double width, int* bins) {
   const auto binOf = [&](const V& k) { return TruncToInt(V::Min(V::Max(k, zero), last)); };
   int x = 0;
   for (; x + V::kWidth <= n; x += V::kWidth) {
-    qrn::simd::PrefetchRead(s, x);
+    qrn::simd::PrefetchRead<V::kWidth>(s + x);
     const V k = (V::Load(s + x) - lo) * scale, margin = k * slack;
     const auto below = binOf(k - margin), above = binOf(k + margin);
     std::memcpy(bins + x, &below, sizeof below);
@@ -62,7 +62,7 @@ QRN_WIDE_TARGET void BinsWide(const float* s, int n, double min, double width, i
 QRN_WIDE_TARGET void MapWide(const float* level, const int* bins, int n, float* d) {
   int x = 0;
   for (; x + 8 <= n; x += 8) {
-    qrn::simd::PrefetchWrite(d, x);
+    qrn::simd::PrefetchWrite<8>(d + x);
     Vec8f::Mask idx;
     std::memcpy(&idx, bins + x, sizeof idx);
     GatherTo<false>(level, idx, d + x);
