@@ -19,17 +19,23 @@ inline bool FirstStepInLine(const float* p) {
   return (reinterpret_cast<std::uintptr_t>(p) & 63) < kStep * sizeof(float);
 }
 
+/// The address kPrefetchAhead floats past p, taken as a number: it may lie beyond the end of
+/// p's row, where a pointer may not be formed, and a prefetch of it never faults.
+inline const void* AheadOf(const float* p) {
+  return reinterpret_cast<const void*>(reinterpret_cast<std::uintptr_t>(p) + kPrefetchAhead * sizeof(float));
+}
+
 /// Asks for the line kPrefetchAhead floats past p, once per line: call it at every step of a
-/// loop that reads p and advances it by kStep floats. Asking past the end of a row is harmless.
+/// loop that reads p and advances it by kStep floats.
 template <int kStep>
 inline void PrefetchRead(const float* p) {
-  if (FirstStepInLine<kStep>(p)) __builtin_prefetch(p + kPrefetchAhead, 0);
+  if (FirstStepInLine<kStep>(p)) __builtin_prefetch(AheadOf(p), 0);
 }
 
 /// The same for a row the loop writes: the line is fetched for writing.
 template <int kStep>
 inline void PrefetchWrite(float* p) {
-  if (FirstStepInLine<kStep>(p)) __builtin_prefetch(p + kPrefetchAhead, 1);
+  if (FirstStepInLine<kStep>(p)) __builtin_prefetch(AheadOf(p), 1);
 }
 
 }  // namespace qrn::simd
