@@ -29,18 +29,18 @@ struct BlockSteps {
 template <class V>
 BlockSteps Steps(const float* v, int n, float scale, int* k, int* tie) {
   using Mask = typename V::Mask;
-  const V s(scale), shifter(kRoundShifter), limit(kMaxSteps), half(0.5f), minusHalf(-0.5f);
+  const V s(scale), shifter(kRoundShifter), limit(kMaxSteps), half(0.5f), minusHalf(-0.5f), zero(0.0f);
   Mask ok = Mask{} == Mask{};
   Mask steps{}, absSteps{}, ties{};
   for (int i = 0; i + V::kWidth <= n; i += V::kWidth) {
     const V x = V::Load(v + i) * s;  // exact: a power-of-two scale of a small sample
     const V r = (x + shifter) - shifter;
     const V d = x - r;
-    // NaN fails the first test, an infinity one of the first two.
-    ok &= (x <= limit) & (x >= V(-kMaxSteps));
-    const Mask isTie = (d >= half) | (d <= minusHalf);
-    const V lower = V::Select(isTie, x - half, r);
-    const Mask ki = TruncToInt(V::Select(ok, lower, V(0.0f)));
+    ok &= V::Abs(x) <= limit;  // false for NaN and the infinities
+    const Mask isTie = V::Abs(d) == half;
+    // At a tie r is the even neighbour; where that lies above x (d = −½) the lower one is
+    // r − 1, which the comparison's lane of −1 adds.
+    const Mask ki = TruncToInt(V::Select(ok, r, zero)) + (d == minusHalf);
     std::memcpy(k + i, &ki, sizeof ki);
     std::memcpy(tie + i, &isTie, sizeof isTie);
     steps += ki;

@@ -70,6 +70,17 @@ struct VecN {
   /// Lane-wise minimum and maximum with the scalar rule `a < b ? a : b` (NaN in a gives b).
   static VecN Min(const VecN& a, const VecN& b) { return a.v < b.v ? a.v : b.v; }
   static VecN Max(const VecN& a, const VecN& b) { return a.v > b.v ? a.v : b.v; }
+  /// Lane-wise |a|: the sign bit cleared, so a NaN stays a NaN.
+  static VecN Abs(const VecN& a) {
+    const Raw negativeZero = T(-0.0) - Raw{};
+    Mask bits, sign;
+    std::memcpy(&bits, &a.v, sizeof bits);
+    std::memcpy(&sign, &negativeZero, sizeof sign);
+    bits &= ~sign;
+    Raw r;
+    std::memcpy(&r, &bits, sizeof r);
+    return r;
+  }
 };
 
 using Vec4f = VecN<float, 4>;
