@@ -71,8 +71,7 @@ int CCurveMemo::FindNarrow(const float* v, int n, float* out, int* missing) cons
 // Eight samples at a time: the hash with vectors, then eight plain loads of the entries (a
 // fifth faster than two gathers on Zen 3, a fifth slower on a recent Intel processor; slow
 // gathers are the more common); the keys and results are separated and put back in sample
-// order. A group with a miss lists its missing lanes from the comparison's
-// bit mask.
+// order. A group with a miss lists its missing lanes from the comparison's bit mask.
 namespace {
 // The entries at four slots, in slot order.
 __attribute__((target("avx2"))) inline __m256 FourEntries(const long long* entries, const std::uint32_t* at) {
