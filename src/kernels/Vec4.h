@@ -113,7 +113,8 @@ inline VecN<float, N> ToFloat(const typename VecN<float, N>::Mask& i) {
 ///
 /// QRN_WIDE_FMA_TARGET adds fused multiply-add, which the compiler then uses for products
 /// followed by sums. It is only for functions whose results do not depend on how their
-/// intermediate steps round (an approximation checked against its error bound, say), and
+/// intermediate steps round (an approximation checked against its error bound, say), or
+/// that sit in a file compiled with -ffp-contract=off and fuse only where they say so; and
 /// only when FusedMultiplyAdd() is true.
 #if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
 #define QRN_WIDE_TARGET __attribute__((target("avx2"), flatten))

@@ -30,5 +30,5 @@ class CImgDark : public COrbImage {
 
  private:
   template <class Rule>
-  void Interpolate(COrbImage* other, int progress, const Rule& rule);
+  void Interpolate(COrbImage* other, int progress, bool fusible, const Rule& rule);
 };

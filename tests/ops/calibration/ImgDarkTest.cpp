@@ -2,7 +2,9 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
 #include <functional>
+#include <limits>
 
 #include "ops/calibration/CalibrationTestImages.h"
 #include "kernels/Vec4.h"
@@ -62,8 +64,18 @@ TEST(ImgDark, ScoreOutsideTheReferencesIsClampedInEveryColumn) {
 TEST(ImgDark, EveryRowVariantEqualsThePlainDoubleFormula) {
   // Irregular darks with awkward reference values, so that every product and quotient rounds:
   // each member must store exactly the float of its formula evaluated in double, left to
-  // right, on the narrow and the eight-wide rows.
-  auto sample = [](int x, int y, int p, int seed) { return 90.0 + std::fmod((x * 37.3 + y * 11.9 + p + seed) * 1.7, 53.1); };
+  // right, on the narrow, the eight-wide and the fused multiply-add rows. Every fifth column
+  // has equal darks (a zero difference), and a few samples are ±0 or infinite.
+  const float inf = std::numeric_limits<float>::infinity();
+  auto special = [&](int x, int y, int p, int seed) {
+    const int k = x + 37 * (y + 3 * p);
+    return k == 6 ? -0.0f : k == 7 ? 0.0f : k == 12 + seed ? inf : k == 20 ? -inf : std::nanf("");
+  };
+  auto sample = [&](int x, int y, int p, int seed) {
+    const float s = special(x, y, p, seed);
+    if (!std::isnan(s)) return double(s);
+    return 90.0 + std::fmod((x * 37.3 + y * 11.9 + p + (x % 5 ? seed : 0)) * 1.7, 53.1);
+  };
   auto d1 = Image(37, 3, 3, [&](int x, int y, int p) { return sample(x, y, p, 5); });
   const double t = 1.3, t0 = -2.7, t1 = 9.1, e = 0.7, e0 = 0.1, e1 = 3.3, k = std::pow(2.0, 3.1 - 1.9 / 6.3);
   using Formula = std::function<double(double, double)>;
@@ -73,26 +85,42 @@ TEST(ImgDark, EveryRowVariantEqualsThePlainDoubleFormula) {
   };
   const Formula proportion = [&](double a, double b) { return a + (b - a) * (t - t0) / (t1 - t0) + (b - a) * (e - e0) / (e1 - e0); };
   const Formula power = [&](double a, double b) { return a + (b - a) * (t - t0) / (t1 - t0) + a * k; };
-  for (int member = 0; member < 3; ++member)
-    for (int wide : {1, 0}) {
-      qrn::simd::SetWideVectors(wide);
+  // Scores with a negative span, and with a negative shift, since the fused division treats
+  // the divisor's sign apart and must keep the sign of a zero quotient either way.
+  const auto scoreFor = [](double target, double mine, double others) -> Formula {
+    return [=](double a, double b) {
+      const double r = a + (b - a) * (target - mine) / (others - mine);
+      return r > b ? b : r < a ? a : r;
+    };
+  };
+  const Formula scoreDown = scoreFor(10.0, t1, t0), scoreBelow = scoreFor(-5.0, t0, t1);
+  enum Variant { kFused, kWide, kNarrow };
+  for (int member = 0; member < 5; ++member)
+    for (Variant variant : {kFused, kWide, kNarrow}) {
+      qrn::simd::SetWideVectors(variant != kNarrow);
+      qrn::simd::SetFusedMultiplyAdd(variant == kFused);
       auto d0 = Image(37, 3, 3, [&](int x, int y, int p) { return sample(x, y, p, 0); });
       auto& dark = static_cast<CImgDark&>(*d0);
       if (member == 0) dark.DoInterpolateByScore(d1.get(), t, t0, t1, 0);
       if (member == 1) dark.DoInterpolateByProportion(d1.get(), t, t0, t1, e0, e1, e, 0);
       // x = b = 3.1 since |3.1 − 1.9| ≤ |1.9 − (−4)|.
       if (member == 2) dark.DoInterpolateByPower(d1.get(), t, t0, t1, -4.0, 3.1, 1.9, 6.3, 0);
-      const Formula& formula = member == 0 ? score : member == 1 ? proportion : power;
+      if (member == 3) dark.DoInterpolateByScore(d1.get(), 10.0, t1, t0, 0);
+      if (member == 4) dark.DoInterpolateByScore(d1.get(), -5.0, t0, t1, 0);
+      const Formula* formulas[] = {&score, &proportion, &power, &scoreDown, &scoreBelow};
+      const Formula& formula = *formulas[member];
       int wrong = 0;
       for (int p = 0; p < 3; ++p)
         for (int y = 0; y < 3; ++y)
           for (int x = 0; x < 37; ++x) {
             const float a = static_cast<float>(sample(x, y, p, 0)), b = At(*d1, x, y, p);
-            wrong += At(*d0, x, y, p) != static_cast<float>(formula(a, b));
+            const float got = At(*d0, x, y, p), want = static_cast<float>(formula(a, b));
+            wrong += std::memcmp(&got, &want, sizeof got) != 0;
           }
-      EXPECT_EQ(wrong, 0) << "member " << member << ", wide " << wide;
+      EXPECT_EQ(wrong, 0) << "member " << member << ", variant " << variant;
     }
   qrn::simd::SetWideVectors(1);
+  qrn::simd::SetFusedMultiplyAdd(1);
 }
 
 TEST(ImgDark, ProportionAndPowerTermsByHand) {
