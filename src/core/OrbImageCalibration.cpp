@@ -44,7 +44,10 @@ struct Pass {
 };
 
 inline float Where(bool c, float a, float b) { return c ? a : b; }
-inline Vec4f Where(Vec4f::Mask c, Vec4f a, Vec4f b) { return Vec4f::Select(c, a, b); }
+template <int N>
+inline VecN<float, N> Where(typename VecN<float, N>::Mask c, VecN<float, N> a, VecN<float, N> b) {
+  return VecN<float, N>::Select(c, a, b);
+}
 
 // One sample (float) or four (Vec4f): v the light, d the dark, g the flat after its curve.
 // The quotient is formed in every lane and kept only where the divisor is positive.
@@ -70,56 +73,76 @@ void CalibrateRow(float* dst, const float* s, const float* d, const float* f, in
   }
 }
 
-// Four-wide row; the tail goes through the same per-sample rule. kStream writes the aligned
-// part with streaming stores, the head before it through the per-sample rule too (the
-// caller fences).
-template <bool kDark, DarkRule kRule, bool kFlat, bool kStream>
-void CalibrateRow_x(float* dst, const float* s, const float* d, const float* f, int n, const FlatPlane& fp) {
-  const Vec4f m(fp.m), add(fp.add), zero(0.0f);
-  int x = kStream ? UnalignedHead<4>(dst, n) : 0;
+// Vector row over V: Vec4f, or Vec8f inside a QRN_WIDE_TARGET function. The tail goes
+// through the per-sample rule; kStream writes the aligned part with streaming stores, the
+// head before it through the per-sample rule too (the caller fences).
+template <class V, bool kDark, DarkRule kRule, bool kFlat, bool kStream>
+void CalibrateSpan(float* dst, const float* s, const float* d, const float* f, int n, const FlatPlane& fp) {
+  constexpr int kStep = V::kWidth;
+  const V m(fp.m), add(fp.add), zero(0.0f);
+  int x = kStream ? UnalignedHead<kStep>(dst, n) : 0;
   CalibrateRow<kDark, kRule, kFlat>(dst, s, d, f, x, fp);
-  for (; x + 4 <= n; x += 4) {
-    qrn::simd::PrefetchRead<4>(s + x);
-    if constexpr (kDark) qrn::simd::PrefetchRead<4>(d + x);
-    if constexpr (kFlat) qrn::simd::PrefetchRead<4>(f + x);
-    const Vec4f dk = kDark ? Vec4f::Load(d + x) : zero, g = kFlat ? Vec4f::Load(f + x) : zero;
-    Put<kStream>(dst + x, Calibrate<kDark, kRule, kFlat>(Vec4f::Load(s + x), dk, g, m, add, zero));
+  for (; x + kStep <= n; x += kStep) {
+    qrn::simd::PrefetchRead<kStep>(s + x);
+    if constexpr (kDark) qrn::simd::PrefetchRead<kStep>(d + x);
+    if constexpr (kFlat) qrn::simd::PrefetchRead<kStep>(f + x);
+    const V dk = kDark ? V::Load(d + x) : zero, g = kFlat ? V::Load(f + x) : zero;
+    Put<kStream>(dst + x, Calibrate<kDark, kRule, kFlat>(V::Load(s + x), dk, g, m, add, zero));
   }
   CalibrateRow<kDark, kRule, kFlat>(dst + x, s + x, kDark ? d + x : d, kFlat ? f + x : f, n - x, fp);
 }
 
+// CalibrateSpan compiled for 256-bit vectors, eight samples a step.
+template <bool kDark, DarkRule kRule, bool kFlat, bool kStream>
+QRN_WIDE_TARGET void CalibrateRowWide(float* dst, const float* s, const float* d, const float* f, int n,
+                                      const FlatPlane& fp) {
+  CalibrateSpan<Vec8f, kDark, kRule, kFlat, kStream>(dst, s, d, f, n, fp);
+}
+
+// The row functions: the scalar rule, four-wide rows, eight-wide rows, each vector kind
+// also with streaming stores.
+enum class RowKind { kScalar, kVector, kStreamed, kWide, kWideStreamed };
+
+template <bool kDark, DarkRule kRule, bool kFlat, RowKind kKind>
+void CalibrateRowOf(float* dst, const float* s, const float* d, const float* f, int n, const FlatPlane& fp) {
+  constexpr bool kStream = kKind == RowKind::kStreamed || kKind == RowKind::kWideStreamed;
+  if constexpr (kKind == RowKind::kScalar) CalibrateRow<kDark, kRule, kFlat>(dst, s, d, f, n, fp);
+  else if constexpr (kKind == RowKind::kVector || kKind == RowKind::kStreamed)
+    CalibrateSpan<Vec4f, kDark, kRule, kFlat, kStream>(dst, s, d, f, n, fp);
+  else CalibrateRowWide<kDark, kRule, kFlat, kStream>(dst, s, d, f, n, fp);
+}
+
 // A gamma-curved flat: the curve runs over blocks of flat samples, then the block goes through
-// the scalar or four-wide row.
-template <bool kDark, DarkRule kRule, bool kVector, bool kStream>
+// the row of the kind.
+template <bool kDark, DarkRule kRule, RowKind kKind>
 void CalibrateGammaRow(float* dst, const float* s, const float* d, const float* f, int n, const FlatPlane& fp) {
   constexpr int kBlock = 512;
   float curved[kBlock];
   for (int x = 0; x < n; x += kBlock) {
     const int m = std::min(kBlock, n - x);
     fp.curve.RowRemembered(f + x, m, curved);
-    const float* dk = kDark ? d + x : d;
-    if constexpr (kVector) CalibrateRow_x<kDark, kRule, true, kStream>(dst + x, s + x, dk, curved, m, fp);
-    else CalibrateRow<kDark, kRule, true>(dst + x, s + x, dk, curved, m, fp);
+    CalibrateRowOf<kDark, kRule, true, kKind>(dst + x, s + x, kDark ? d + x : d, curved, m, fp);
   }
 }
 
 using CalibrateRowFn = void (*)(float*, const float*, const float*, const float*, int, const FlatPlane&);
 
-// The row function of one plane for the scalar rule, the four-wide rows, or the four-wide
-// rows with streaming stores.
-enum class RowKind { kScalar, kVector, kStreamed };
+template <bool kDark, DarkRule kRule, bool kFlat, bool kGamma, RowKind kKind>
+CalibrateRowFn RowOf() {
+  if constexpr (kGamma) return CalibrateGammaRow<kDark, kRule, kKind>;
+  else return CalibrateRowOf<kDark, kRule, kFlat, kKind>;
+}
 
 template <bool kDark, DarkRule kRule, bool kFlat, bool kGamma>
 CalibrateRowFn PickKind(RowKind kind) {
-  if constexpr (kGamma) {
-    if (kind == RowKind::kScalar) return CalibrateGammaRow<kDark, kRule, false, false>;
-    if (kind == RowKind::kVector) return CalibrateGammaRow<kDark, kRule, true, false>;
-    return CalibrateGammaRow<kDark, kRule, true, true>;
-  } else {
-    if (kind == RowKind::kScalar) return CalibrateRow<kDark, kRule, kFlat>;
-    if (kind == RowKind::kVector) return CalibrateRow_x<kDark, kRule, kFlat, false>;
-    return CalibrateRow_x<kDark, kRule, kFlat, true>;
+  switch (kind) {
+    case RowKind::kScalar: return RowOf<kDark, kRule, kFlat, kGamma, RowKind::kScalar>();
+    case RowKind::kVector: return RowOf<kDark, kRule, kFlat, kGamma, RowKind::kVector>();
+    case RowKind::kStreamed: return RowOf<kDark, kRule, kFlat, kGamma, RowKind::kStreamed>();
+    case RowKind::kWide: return RowOf<kDark, kRule, kFlat, kGamma, RowKind::kWide>();
+    case RowKind::kWideStreamed: break;
   }
+  return RowOf<kDark, kRule, kFlat, kGamma, RowKind::kWideStreamed>();
 }
 
 template <bool kDark, DarkRule kRule>
@@ -158,7 +181,10 @@ void RunPass(COrbImage& target, const Pass& pass, const CRect* rect, int titleId
     const bool vector = (CQrnSys::SIMD() & 2) != 0;
     const std::size_t bytes = sizeof(float) * std::size_t(width) * (bottom - top) * planes;
     const bool stream = vector && qrn::simd::StreamStores(bytes, pass.src == &target);
-    const RowKind kind = !vector ? RowKind::kScalar : stream ? RowKind::kStreamed : RowKind::kVector;
+    const bool wide = vector && qrn::simd::WideVectors();
+    const RowKind kind = !vector ? RowKind::kScalar
+                         : wide  ? (stream ? RowKind::kWideStreamed : RowKind::kWide)
+                                 : (stream ? RowKind::kStreamed : RowKind::kVector);
     CalibrateRowFn rows[CImage::kMaxPlanes] = {};
     for (int p = 0; p < planes; ++p) rows[p] = PickRow(pass, pass.planes[p], kind);
     CLineLoop loop(target);

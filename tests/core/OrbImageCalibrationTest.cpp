@@ -3,7 +3,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <random>
+#include <vector>
 
 #include "core/OrbImage.h"
 #include "kernels/Vec4.h"
@@ -151,39 +153,49 @@ float CombinedReference(float v, const float* d, const float* f, float lo, float
 }
 
 TEST(OrbImageCalibration, CombinedPassMatchesTheSampleRuleOnAwkwardShapesAndEveryPath) {
-  // Paths: the scalar rule, the four-wide rows, and the four-wide rows with streaming stores;
-  // a rectangle from column 1 gives the streamed rows a head before their first aligned vector.
-  for (int path : {0, 1, 2})
-    for (double gamma : {0.0, 1.7})
-      for (int planes : {1, 3})
-        for (int w : {1, 3, 5, 17, 37}) {
-          const int h = 4, left = w > 5 ? 1 : 0;
-          auto src = Image(w, h, planes, [](int x, int y, int p) { return 40.0 + 13 * x - 7 * y + 5 * p; });
-          // A grey dark serves every plane; a colour one (with the curve) has its own planes.
-          auto dark = Image(w, h, gamma > 0 ? planes : 1, [](int x, int y, int p) { return (x + 2 * y + p) % 5 * 9.0; });
-          // Flat samples from −0.2 (no division) to 1.0.
-          auto flat = Image(w, h, planes, [](int x, int y, int p) { return -0.2 + 0.15 * ((x * 3 + y + p) % 9); });
-          float lo[3], hi[3], mean[3];
-          for (int p = 0; p < planes; ++p) lo[p] = -0.2f, hi[p] = 1.0f, mean[p] = 0.8f + 0.01f * p;
+  // Paths: the scalar rule, then four- and eight-wide rows, each without and with streaming
+  // stores; a rectangle from column 1 gives the streamed rows a head before their first
+  // aligned vector. Every vector path must give the scalar rule's bits.
+  for (double gamma : {0.0, 1.7})
+    for (int planes : {1, 3})
+      for (int w : {1, 3, 5, 17, 37}) {
+        const int h = 4, left = w > 5 ? 1 : 0;
+        auto src = Image(w, h, planes, [](int x, int y, int p) { return 40.0 + 13 * x - 7 * y + 5 * p; });
+        // A grey dark serves every plane; a colour one (with the curve) has its own planes.
+        auto dark = Image(w, h, gamma > 0 ? planes : 1, [](int x, int y, int p) { return (x + 2 * y + p) % 5 * 9.0; });
+        // Flat samples from −0.2 (no division) to 1.0.
+        auto flat = Image(w, h, planes, [](int x, int y, int p) { return -0.2 + 0.15 * ((x * 3 + y + p) % 9); });
+        float lo[3], hi[3], mean[3];
+        for (int p = 0; p < planes; ++p) lo[p] = -0.2f, hi[p] = 1.0f, mean[p] = 0.8f + 0.01f * p;
+        std::vector<float> scalar;
+        for (int path = 0; path < 5; ++path) {
           auto target = Image(w, h, planes, [](int, int, int) { return -1.0; });
           CRect rect(left, 0, w, h);
           CQrnSys::SetSIMD(path == 0 ? 0 : -1);
-          qrn::simd::SetStreamStores(path == 2 ? 1 : 0);
+          qrn::simd::SetWideVectors(path >= 3);
+          qrn::simd::SetStreamStores(path == 2 || path == 4 ? 1 : 0);
           target->DarkFlat(src.get(), dark.get(), flat.get(), lo, hi, mean, 0.05f, gamma, &rect, path == 1);
           CQrnSys::SetSIMD(-1);
+          qrn::simd::SetWideVectors(1);
           qrn::simd::SetStreamStores(-1);
+          std::vector<float> got;
           for (int p = 0; p < planes; ++p)
             for (int y = 0; y < h; ++y)
               for (int x = 0; x < w; ++x) {
+                got.push_back(At(*target, x, y, p));
+                if (path > 0) continue;
                 const float d = At(*dark, x, y, dark->IsColor() ? p : 0), f = At(*flat, x, y, p);
                 float want = CombinedReference(At(*src, x, y, p), &d, &f, lo[p], hi[p], mean[p], 0.05f, gamma);
                 if (x < left) want = -1.0f;
                 // Relative 1e-6: the reference may round a product differently in the last bit.
-                EXPECT_NEAR(At(*target, x, y, p), want, 1e-6 * std::fabs(want))
-                    << w << "x" << h << " p" << p << " gamma " << gamma << " path " << path;
+                EXPECT_NEAR(got.back(), want, 1e-6 * std::fabs(want)) << w << "x" << h << " p" << p << " gamma " << gamma;
               }
+          if (path == 0) scalar = got;
+          EXPECT_EQ(std::memcmp(got.data(), scalar.data(), got.size() * sizeof(float)), 0)
+              << w << "x" << h << " gamma " << gamma << " planes " << planes << " path " << path;
           EXPECT_EQ(target->GetLockCount() + src->GetLockCount() + dark->GetLockCount() + flat->GetLockCount(), 0);
         }
+      }
 }
 
 TEST(OrbImageCalibration, CombinedPassWritesOnlyTheRectangleAndSkipsMissingFrames) {
