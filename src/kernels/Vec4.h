@@ -89,7 +89,10 @@ using Vec4d = VecN<double, 4>;
 
 /// Lane-wise conversion between four floats and four doubles (float to double is exact;
 /// double to float rounds each lane as a scalar static_cast does).
-inline Vec4d ToDouble(const Vec4f& f) { return __builtin_convertvector(f.v, Vec4d::Raw); }
+/// ToDouble names the lanes one by one: __builtin_convertvector would be split into two
+/// 128-bit halves in this (baseline) function before it is inlined into a 256-bit row, and
+/// stay split there, where the lanes named one by one become one conversion.
+inline Vec4d ToDouble(const Vec4f& f) { return Vec4d::Raw{f.v[0], f.v[1], f.v[2], f.v[3]}; }
 inline Vec4f ToFloat(const Vec4d& d) { return __builtin_convertvector(d.v, Vec4f::Raw); }
 
 /// Lane-wise truncation toward zero to int, as a scalar static_cast<int> does. Lanes must lie

@@ -39,6 +39,9 @@ struct FusedDivisor {
   }
 };
 FusedDivisor FusedDivisorOf(double b) { return {CConstantDivisor(b)}; }
+#else
+// Never chosen without the wide target (FusedMultiplyAdd() is then false).
+PlainDivisor<Vec4d> FusedDivisorOf(double b) { return PlainDivisorOf<Vec4d>(b); }
 #endif
 
 // A mix rule: rule(V(), divisorOf) returns the lane function V(V d0, V d1) for doubles or
@@ -52,14 +55,6 @@ void MixRow(const float* d0, const float* d1, int n, float* out, const Rule& rul
   for (int x = 0; x < n; ++x) out[x] = static_cast<float>(mix(double(d0[x]), double(d1[x])));
 }
 
-// Four floats at p as four doubles, in one conversion from memory (the generic conversion
-// takes three steps a vector here).
-#if QRN_HAVE_WIDE_TARGET
-__attribute__((target("avx"))) inline void LoadDoubles(const float* p, Vec4d& out) {
-  out.v = _mm256_cvtps_pd(_mm_loadu_ps(p));
-}
-#endif
-
 // The same row four doubles a step. Each lane takes the reference's double steps in the same
 // order, so the stored floats are identical.
 template <class Rule, class DivisorOf>
@@ -70,10 +65,7 @@ void MixSpan4(const float* d0, const float* d1, int n, float* out, const Rule& r
     // One thread streams two inputs; the hardware's own prefetch alone falls short of that.
     qrn::simd::PrefetchRead<4>(d0 + x);
     qrn::simd::PrefetchRead<4>(d1 + x);
-    Vec4d a, b;
-    LoadDoubles(d0 + x, a);
-    LoadDoubles(d1 + x, b);
-    ToFloat(mix(a, b)).Store(out + x);
+    ToFloat(mix(ToDouble(Vec4f::Load(d0 + x)), ToDouble(Vec4f::Load(d1 + x)))).Store(out + x);
   }
   MixRow(d0 + x, d1 + x, n - x, out + x, rule);
 }
@@ -84,14 +76,12 @@ QRN_WIDE_TARGET void MixRowWide(const float* d0, const float* d1, int n, float* 
   MixSpan4(d0, d1, n, out, rule, PlainDivisorOf<Vec4d>);
 }
 
-#if QRN_HAVE_WIDE_TARGET
 // MixSpan4 with fused multiply-add, used only for its divisions: this file is compiled
 // without contraction, so every other product is still rounded before it is added.
 template <class Rule>
 QRN_WIDE_FMA_TARGET void MixRowFused(const float* d0, const float* d1, int n, float* out, const Rule& rule) {
   MixSpan4(d0, d1, n, out, rule, FusedDivisorOf);
 }
-#endif
 
 // True when CConstantDivisor gives the quotients of (d1 − d0)·scale / divisor for every pair
 // of scale and divisor.
@@ -117,11 +107,8 @@ void CImgDark::Interpolate(COrbImage* other, int progress, bool fusible, const R
       LOCKHANDLE hd = nullptr, ho = nullptr;
       float* d0 = GetImageAdr(0, y, p, VM_LOCK, &hd);
       const float* d1 = other->GetImageAdr(0, y, op, VM_READONLY | VM_LOCK, &ho);
-#if QRN_HAVE_WIDE_TARGET
       if (fused) MixRowFused(d0, d1, width, d0, rule);
-      else
-#endif
-      if (wide) MixRowWide(d0, d1, width, d0, rule);
+      else if (wide) MixRowWide(d0, d1, width, d0, rule);
       else MixRow(d0, d1, width, d0, rule);
       other->Unlock(ho);
       Unlock(hd);
