@@ -13,13 +13,16 @@
 namespace {
 
 #if QRN_HAVE_WIDE_TARGET
+// Loads and stores by intrinsics: an unoptimised build does not inline Vec4d::Load, and a
+// 32-byte vector returned from baseline code would not reach this AVX function intact.
 __attribute__((target("avx2,fma"))) void DivideAll(const CConstantDivisor& divisor, const std::vector<double>& a,
                                                    std::vector<double>& q) {
   q.resize(a.size());
   for (std::size_t i = 0; i + 4 <= a.size(); i += 4) {
-    Vec4d lanes = Vec4d::Load(a.data() + i), quotient;
+    Vec4d lanes, quotient;
+    lanes.v = _mm256_loadu_pd(a.data() + i);
     divisor.Divide(lanes, quotient);
-    quotient.Store(q.data() + i);
+    _mm256_storeu_pd(q.data() + i, quotient.v);
   }
 }
 #endif
