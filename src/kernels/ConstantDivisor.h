@@ -35,7 +35,7 @@ class CConstantDivisor {
     // The correction adds ±r·y. For a zero dividend the remainder is +0, and the term must
     // then be −0 to leave q0's sign as it is: so r = q0·b − a and q0 − r·y for a positive
     // divisor, r = a − q0·b and q0 + r·y for a negative one. An infinite or NaN dividend
-    // gives a NaN remainder, made 0 so that q0 stands.
+    // gives a NaN remainder, made +0 so that q0 stands.
     if (m_divisor > 0) {
       const __m256d r = Ordered(_mm256_fmsub_pd(q0, b, va));
       q.v = _mm256_fnmadd_pd(r, y, q0);
