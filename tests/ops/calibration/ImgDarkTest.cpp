@@ -79,13 +79,9 @@ TEST(ImgDark, EveryRowVariantEqualsThePlainDoubleFormula) {
   auto d1 = Image(37, 3, 3, [&](int x, int y, int p) { return sample(x, y, p, 5); });
   const double t = 1.3, t0 = -2.7, t1 = 9.1, e = 0.7, e0 = 0.1, e1 = 3.3, k = std::pow(2.0, 3.1 - 1.9 / 6.3);
   using Formula = std::function<double(double, double)>;
-  const Formula score = [&](double a, double b) {
-    const double r = a + (b - a) * (t - t0) / (t1 - t0);
-    return r > b ? b : r < a ? a : r;
-  };
   const Formula proportion = [&](double a, double b) { return a + (b - a) * (t - t0) / (t1 - t0) + (b - a) * (e - e0) / (e1 - e0); };
   const Formula power = [&](double a, double b) { return a + (b - a) * (t - t0) / (t1 - t0) + a * k; };
-  // Scores with a negative span, and with a negative shift, since the fused division treats
+  // Scores also with a negative span, and with a negative shift, since the fused division treats
   // the divisor's sign apart and must keep the sign of a zero quotient either way.
   const auto scoreFor = [](double target, double mine, double others) -> Formula {
     return [=](double a, double b) {
@@ -93,7 +89,7 @@ TEST(ImgDark, EveryRowVariantEqualsThePlainDoubleFormula) {
       return r > b ? b : r < a ? a : r;
     };
   };
-  const Formula scoreDown = scoreFor(10.0, t1, t0), scoreBelow = scoreFor(-5.0, t0, t1);
+  const Formula score = scoreFor(t, t0, t1), scoreDown = scoreFor(10.0, t1, t0), scoreBelow = scoreFor(-5.0, t0, t1);
   enum Variant { kFused, kWide, kNarrow };
   for (int member = 0; member < 5; ++member)
     for (Variant variant : {kFused, kWide, kNarrow}) {
