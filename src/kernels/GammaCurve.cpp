@@ -35,7 +35,7 @@ inline void Group(const Curve& c, const float* v, float* out, int* decided) {
     // Multiplied by the reciprocal: one more rounding of x, which the error bound covers.
     F4 q;
     std::memcpy(&q, v + 4 * j, sizeof q);
-    x[j] = (__builtin_convertvector(q, D4) - Splat(c.bottom)) * Splat(c.inverseSpan);
+    x[j] = (ToDouble(Vec4f(q)).v - Splat(c.bottom)) * Splat(c.inverseSpan);
   }
   Log<kShortLog>(x, lnx);
   for (int j = 0; j < kGroup; ++j) t[j] = Splat(c.gamma) * lnx[j];
@@ -50,7 +50,9 @@ inline void Group(const Curve& c, const float* v, float* out, int* decided) {
     const D4 relative = PowRelativeError<kShortLog, kShortExp>(c.gamma, lnx[j], t[j]);
     const D4 margin = Abs(scaled) * relative + (Abs(scaled) + Splat(std::fabs(c.bottom))) * Splat(0x1p-50);
     const F4 lo = __builtin_convertvector(y - margin, F4), hi = __builtin_convertvector(y + margin, F4);
-    const Vec4f::Mask same = lo == hi;
+    // Equal as values and as bits: bounds that round to −0 and +0 compare equal, yet leave
+    // the sign of the result open.
+    const Vec4f::Mask same = (lo == hi) & ((Vec4f::Mask)lo == (Vec4f::Mask)hi);
     const Vec4f::Mask sure = same & __builtin_convertvector(inRange, Vec4f::Mask);
     std::memcpy(out + 4 * j, &lo, sizeof lo);
     std::memcpy(decided + 4 * j, &sure, sizeof sure);

@@ -61,6 +61,12 @@ TEST(CGammaCurve, RowsEqualThePerSamplePowerAndRarelyNeedIt) {
   int fallbacks = 0;
   const std::vector<float> steep = {100, 99, nan, inf, -inf, 200, 3e38f, std::nextafter(100.0f, inf), 150};
   EXPECT_EQ(Mismatches(CGammaCurve(200.0f, 100.0f, 300.0), steep, fallbacks), 0);
+  // A flat so faint (2^-130 to 3·2^-130, bottom −2^-130) that the curve's value at −¾·2^-130,
+  // exactly 0, has bounds on either side of zero, which round to −0 and +0: equal as values,
+  // but the result is +0.
+  const float b = std::ldexp(1.0f, -130);
+  const std::vector<float> faint(64, -0.75f * b);
+  EXPECT_EQ(Mismatches(CGammaCurve(3 * b, -b, 0.5), faint, fallbacks), 0);
 }
 
 // RowRemembered() over `rows` rows of v against the per-sample expression; returns the
