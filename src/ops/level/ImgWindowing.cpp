@@ -139,7 +139,7 @@ void CheckedProducts(const float* s, const double* weight, float* d, const RowTa
     std::memcpy(&in, s + x, sizeof in);
     D4 wt;
     std::memcpy(&wt, weight + x, sizeof wt);
-    const D4 sample = __builtin_convertvector(in, D4);
+    const D4 sample = ToDouble(Vec4f(in)).v;
     const D4 product = sample * wt, margin = Abs(sample) * kProductError;
     const Vec4f::Raw lo = __builtin_convertvector(product - margin, Vec4f::Raw);
     const Vec4f::Raw hi = __builtin_convertvector(product + margin, Vec4f::Raw);
