@@ -122,10 +122,12 @@ inline VecN<float, N> ToFloat(const typename VecN<float, N>::Mask& i) {
 #if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
 #define QRN_WIDE_TARGET __attribute__((target("avx2"), flatten))
 #define QRN_WIDE_FMA_TARGET __attribute__((target("avx2,fma"), flatten))
+#define QRN_WIDEST_TARGET __attribute__((target("avx512f,avx512dq,avx512vl,avx512bw,avx2,fma"), flatten))
 #define QRN_HAVE_WIDE_TARGET 1
 #else
 #define QRN_WIDE_TARGET
 #define QRN_WIDE_FMA_TARGET
+#define QRN_WIDEST_TARGET
 #define QRN_HAVE_WIDE_TARGET 0
 #endif
 
@@ -238,6 +240,26 @@ inline bool FusedMultiplyAdd() {
   return false;
 #endif
 }
+
+/// -1: detect; 0: 512-bit row functions off.
+inline std::atomic<int> g_widestMode{-1};
+
+/// True when FusedMultiplyAdd() is, the processor also has the 512-bit vector instructions
+/// (AVX-512 F, DQ, VL and BW) and they have not been turned off with SetWidestVectors(0), so
+/// that QRN_WIDEST_TARGET functions can run. They share QRN_WIDE_FMA_TARGET's condition on
+/// results: fused steps must not change them.
+inline bool WidestVectors() {
+#if QRN_HAVE_WIDE_TARGET
+  static const bool native = __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq") &&
+                             __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512bw");
+  return native && g_widestMode.load(std::memory_order_relaxed) != 0 && FusedMultiplyAdd();
+#else
+  return false;
+#endif
+}
+
+/// Turns the 512-bit row functions off (0) or back to detection, for tests.
+inline void SetWidestVectors(int mode) { g_widestMode.store(mode == 0 ? 0 : -1, std::memory_order_relaxed); }
 
 /// Turns the fused multiply-add row functions off (0) or back to detection, for tests.
 inline void SetFusedMultiplyAdd(int mode) { g_fmaMode.store(mode == 0 ? 0 : -1, std::memory_order_relaxed); }

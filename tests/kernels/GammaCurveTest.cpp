@@ -27,8 +27,8 @@ int Mismatches(const CGammaCurve& curve, const std::vector<float>& v, int& fallb
 
 TEST(CGammaCurve, RowsEqualThePerSamplePowerAndRarelyNeedIt) {
   // Flat frames of integer counts and of normalised floats, samples across and beyond their
-  // range, for weak and strong curves, on both vector widths, the wide one with and without
-  // fused multiply-add. The rows start with the samples outside the vector range: the bottom
+  // range, for weak and strong curves, on every vector width, the 256-bit one with and
+  // without fused multiply-add. The rows start with the samples outside the vector range: the bottom
   // (power of 0), below it (negative base: NaN), NaN, infinities, the top, huge samples and
   // the smallest positive base.
   struct Flat {
@@ -38,9 +38,10 @@ TEST(CGammaCurve, RowsEqualThePerSamplePowerAndRarelyNeedIt) {
   const double gammas[] = {0.3, 0.7, 1.0, 1.5, 2.2, 3.7};
   const float nan = std::numeric_limits<float>::quiet_NaN(), inf = std::numeric_limits<float>::infinity();
   std::mt19937 rng(5);
-  for (int path : {2, 1, 0}) {
+  for (int path : {3, 2, 1, 0}) {
     qrn::simd::SetWideVectors(path > 0);
     qrn::simd::SetFusedMultiplyAdd(path > 1);
+    qrn::simd::SetWidestVectors(path > 2);
     for (const Flat& f : flats) {
       const float bottom = f.hi - 2.0f * (f.hi - f.lo);
       std::uniform_real_distribution<float> inside(f.lo, f.hi);
@@ -54,19 +55,20 @@ TEST(CGammaCurve, RowsEqualThePerSamplePowerAndRarelyNeedIt) {
         EXPECT_LT(fallbacks, static_cast<int>(v.size()) / 100) << f.lo << ".." << f.hi << " gamma " << gamma;
       }
     }
+    // A curve so steep that the powers of most samples under- or overflow.
+    int fallbacks = 0;
+    const std::vector<float> steep = {100, 99, nan, inf, -inf, 200, 3e38f, std::nextafter(100.0f, inf), 150};
+    EXPECT_EQ(Mismatches(CGammaCurve(200.0f, 100.0f, 300.0), steep, fallbacks), 0) << "path " << path;
+    // A flat so faint (2^-130 to 3·2^-130, bottom −2^-130) that the curve's value at
+    // −¾·2^-130, exactly 0, has bounds on either side of zero, which round to −0 and +0:
+    // equal as values, but the result is +0.
+    const float b = std::ldexp(1.0f, -130);
+    const std::vector<float> faint(64, -0.75f * b);
+    EXPECT_EQ(Mismatches(CGammaCurve(3 * b, -b, 0.5), faint, fallbacks), 0) << "path " << path;
   }
   qrn::simd::SetWideVectors(1);
   qrn::simd::SetFusedMultiplyAdd(1);
-  // A curve so steep that the powers of most samples under- or overflow.
-  int fallbacks = 0;
-  const std::vector<float> steep = {100, 99, nan, inf, -inf, 200, 3e38f, std::nextafter(100.0f, inf), 150};
-  EXPECT_EQ(Mismatches(CGammaCurve(200.0f, 100.0f, 300.0), steep, fallbacks), 0);
-  // A flat so faint (2^-130 to 3·2^-130, bottom −2^-130) that the curve's value at −¾·2^-130,
-  // exactly 0, has bounds on either side of zero, which round to −0 and +0: equal as values,
-  // but the result is +0.
-  const float b = std::ldexp(1.0f, -130);
-  const std::vector<float> faint(64, -0.75f * b);
-  EXPECT_EQ(Mismatches(CGammaCurve(3 * b, -b, 0.5), faint, fallbacks), 0);
+  qrn::simd::SetWidestVectors(1);
 }
 
 // RowRemembered() over `rows` rows of v against the per-sample expression; returns the
