@@ -3,9 +3,7 @@
 #pragma once
 
 #include <cmath>
-#include <cstddef>
 #include <cstring>
-#include <utility>
 
 #include "kernels/GammaCurve.h"
 #include "kernels/VecLogExp.h"
@@ -38,28 +36,6 @@ constexpr int kGroup = 4;
 // Shorter series than the full ones: their truncation (near 2^-46) only widens the bound a
 // little, and the float results of a curve seldom fall that close to a rounding.
 constexpr int kShortLog = 8, kShortExp = 10;
-
-// Vectors of W lanes: doubles, floats, and the comparison masks of both.
-template <int W>
-struct Lanes {
-  typedef double D __attribute__((vector_size(8 * W)));
-  typedef float F __attribute__((vector_size(4 * W)));
-  typedef int FloatMask __attribute__((vector_size(4 * W)));
-  static constexpr int kGroupSamples = W * kGroup;
-};
-
-// Conversion lane by lane: __builtin_convertvector in baseline code is split into 128-bit
-// pieces before it is inlined into a wide row, and stays split there, while a constructor of
-// lanes becomes one conversion.
-template <class To, class From, std::size_t... I>
-inline To Convert(const From& v, std::index_sequence<I...>) {
-  using Lane = decltype(+To{}[0]);
-  return To{static_cast<Lane>(v[I])...};
-}
-template <class To, class From>
-inline To Convert(const From& v) {
-  return Convert<To>(v, std::make_index_sequence<sizeof(To) / sizeof(To{}[0])>());
-}
 
 // W·kGroup samples: the float result where the error bound decides it, and in `decided`
 // nonzero for those lanes, 0 for the others.
@@ -100,7 +76,7 @@ inline void Group(const CurveNumbers& c, const float* v, float* out, int* decide
 // One group of m ≤ W·kGroup samples into out; the undecided ones through std::pow.
 template <int W>
 inline int GroupWith(const CurveNumbers& c, const CGammaCurve& exact, const float* v, int m, float* out) {
-  constexpr int kSamples = Lanes<W>::kGroupSamples;
+  constexpr int kSamples = W * kGroup;
   int decided[kSamples];
   if (m == kSamples) {
     Group<W>(c, v, out, decided);
@@ -122,7 +98,7 @@ inline int GroupWith(const CurveNumbers& c, const CGammaCurve& exact, const floa
 // The row: out[i] = curve at v[i]; returns the number of samples that needed std::pow.
 template <int W>
 inline int RowWith(const CurveNumbers& c, const CGammaCurve& exact, const float* v, int n, float* out) {
-  constexpr int kSamples = Lanes<W>::kGroupSamples;
+  constexpr int kSamples = W * kGroup;
   int fallbacks = 0;
   for (int i = 0; i < n; i += kSamples)
     fallbacks += GroupWith<W>(c, exact, v + i, n - i < kSamples ? n - i : kSamples, out + i);

@@ -122,12 +122,10 @@ inline VecN<float, N> ToFloat(const typename VecN<float, N>::Mask& i) {
 #if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
 #define QRN_WIDE_TARGET __attribute__((target("avx2"), flatten))
 #define QRN_WIDE_FMA_TARGET __attribute__((target("avx2,fma"), flatten))
-#define QRN_WIDEST_TARGET __attribute__((target("avx512f,avx512dq,avx512vl,avx512bw,avx2,fma"), flatten))
 #define QRN_HAVE_WIDE_TARGET 1
 #else
 #define QRN_WIDE_TARGET
 #define QRN_WIDE_FMA_TARGET
-#define QRN_WIDEST_TARGET
 #define QRN_HAVE_WIDE_TARGET 0
 #endif
 
@@ -246,8 +244,8 @@ inline std::atomic<int> g_widestMode{-1};
 
 /// True when FusedMultiplyAdd() is, the processor also has the 512-bit vector instructions
 /// (AVX-512 F, DQ, VL and BW) and they have not been turned off with SetWidestVectors(0), so
-/// that QRN_WIDEST_TARGET functions can run. They share QRN_WIDE_FMA_TARGET's condition on
-/// results: fused steps must not change them.
+/// that the 512-bit rows can run. Those rows live in files of their own, compiled for that
+/// instruction set (see kernels/GammaCurveWidest.cpp).
 inline bool WidestVectors() {
 #if QRN_HAVE_WIDE_TARGET
   static const bool native = __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512dq") &&

@@ -6,6 +6,7 @@
 #include "kernels/VecLogExp.h"
 
 namespace qrn::vmath {
+inline namespace QRN_VMATH_VARIANT {
 
 /// Bound on |Cbrt(x) − ∛x| relative to ∛x.
 constexpr double kCbrtError = 0x1p-50;
@@ -50,4 +51,5 @@ inline void Cbrt(const D (&x)[N], D (&out)[N]) {
   }
 }
 
+}  // namespace QRN_VMATH_VARIANT
 }  // namespace qrn::vmath

@@ -5,6 +5,7 @@
 #include "kernels/VecLogExp.h"
 
 namespace qrn::vmath {
+inline namespace QRN_VMATH_VARIANT {
 
 /// Bound on |Cos(u) − cos u| and on the same for SinCos for |u| ≤ 16, absolute.
 constexpr double kCosError = 0x1p-51;
@@ -62,4 +63,5 @@ inline void Cos(const D (&u)[N], D (&out)[N]) {
   SinCos(u, unused, out);
 }
 
+}  // namespace QRN_VMATH_VARIANT
 }  // namespace qrn::vmath

@@ -3,6 +3,9 @@
 // and for those that take these functions as their own (the L*a*b* enhancement).
 #pragma once
 
+#include <cstddef>
+#include <utility>
+
 #include "kernels/Vec4.h"
 
 // A file compiled for another instruction set than the library's baseline names its own
@@ -22,6 +25,30 @@ using L4 = Vec4d::Mask;
 /// eight doubles is split by the compiler into independent halves, which overlap.
 template <class D>
 using MaskOf = decltype(D{} < D{});
+
+/// Vectors of W lanes: doubles, floats, and the comparison masks of floats.
+template <int W>
+struct Lanes {
+  typedef double D __attribute__((vector_size(8 * W)));
+  typedef float F __attribute__((vector_size(4 * W)));
+  typedef int FloatMask __attribute__((vector_size(4 * W)));
+};
+/// The comparison masks of W doubles.
+template <int W>
+using LaneMask = MaskOf<typename Lanes<W>::D>;
+
+/// Conversion lane by lane: __builtin_convertvector in baseline code is split into 128-bit
+/// pieces before it is inlined into a wide row, and stays split there, while a constructor
+/// of lanes becomes one conversion.
+template <class To, class From, std::size_t... I>
+inline To Convert(const From& v, std::index_sequence<I...>) {
+  using Lane = decltype(+To{}[0]);
+  return To{static_cast<Lane>(v[I])...};
+}
+template <class To, class From>
+inline To Convert(const From& v) {
+  return Convert<To>(v, std::make_index_sequence<sizeof(To) / sizeof(To{}[0])>());
+}
 
 // One value in every lane. 512-bit vectors are built as s − 0, which the compiler sees as
 // one broadcast: lanes set one by one become one masked insert each there. Narrower ones keep

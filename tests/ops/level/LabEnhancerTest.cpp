@@ -56,13 +56,15 @@ CLabEnhancer::Levels Window(double lo, double hi, double dstLo, double dstHi) {
 }
 
 void ForEachPath(const std::function<void(int)>& body) {
-  for (int path : {2, 1, 0}) {
+  for (int path : {3, 2, 1, 0}) {
     qrn::simd::SetWideVectors(path > 0);
     qrn::simd::SetFusedMultiplyAdd(path > 1);
+    qrn::simd::SetWidestVectors(path > 2);
     body(path);
   }
   qrn::simd::SetWideVectors(1);
   qrn::simd::SetFusedMultiplyAdd(1);
+  qrn::simd::SetWidestVectors(1);
 }
 
 // n pixels of 16-bit counts: a sky background with faint tints and, on every 40th pixel, a

@@ -1,0 +1,14 @@
+// The L*a*b* enhancement's row on 512-bit vectors. On x86-64 this file alone is compiled for
+// AVX-512 (F, DQ, VL, BW), without fused multiply-add, so that the row's vector code is
+// generated for that instruction set from the start and rounds every step as the narrower
+// rows do; elsewhere it is compiled like the rest and never called. It names its own variant
+// of the vector functions and uses nothing else inline from the library's headers, so no
+// code of this instruction set can stand in for a baseline copy.
+#define QRN_VMATH_VARIANT widest
+#include "ops/level/LabEnhancerRow.h"
+
+// Everything inlined into the row, as in the other widths' rows.
+__attribute__((flatten)) int qrn::lab::RowWidest(const Mapping& mp, const float* const* in, float* const* out,
+                                                 int n) {
+  return RowWith<8>(mp, in, out, n);
+}
