@@ -11,9 +11,13 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <random>
 #include <set>
 #include <string>
 #include <vector>
+
+#include "core/BmpDecode.h"
+#include "core/OrbImage.h"
 
 namespace clitest {
 namespace fs = std::filesystem;
@@ -153,11 +157,11 @@ inline FitsData ReadFits(const std::string& path) {
     char name[FLEN_KEYWORD], value[FLEN_VALUE], comment[FLEN_COMMENT];
     fits_read_keyn(f, i, name, value, comment, &status);
     std::string v = value;
-    if (!v.empty() && v[0] == '\'') {
-      char plain[FLEN_VALUE];
+    if (!v.empty() && v[0] == '\'') {  // dequoted, with the CONTINUE cards of a long string
+      char* plain = nullptr;
       int s = 0;
-      fits_read_key_str(f, name, plain, nullptr, &s);
-      v = plain;
+      if (fits_read_key_longstr(f, name, &plain, nullptr, &s) == 0 && plain) v = plain;
+      if (plain) fits_free_memory(plain, &s);
     }
     d.keys[name] = v;
   }
@@ -165,11 +169,62 @@ inline FitsData ReadFits(const std::string& path) {
   return d;
 }
 
+/// Reads a .bmp with the test decoder: red, green and blue planes, x fastest.
+inline std::vector<double> ReadBmp(const std::string& path) {
+  const std::string bytes = Slurp(path);
+  const auto pic = bmptest::DecodeFile(std::vector<unsigned char>(bytes.begin(), bytes.end()));
+  EXPECT_TRUE(pic.error.empty()) << path << ": " << pic.error;
+  std::vector<double> v;
+  for (int c = 0; c < 3 && pic.error.empty(); ++c)
+    for (int y = 0; y < pic.height; ++y)
+      for (int x = 0; x < pic.width; ++x) v.push_back(pic.At(x, y)[c]);
+  return v;
+}
+
+/// Grey samples repeated as red, green and blue; colour samples as they are.
+inline std::vector<double> AsRgb(const std::vector<double>& v, int planes) {
+  std::vector<double> rgb = v;
+  for (int p = planes; p < 3; ++p) rgb.insert(rgb.end(), v.begin(), v.end());
+  return rgb;
+}
+
 /// Values that every integer format holds: a ramp with the extremes of the 8-bit range.
 inline std::vector<double> Ramp(int w, int h, int planes, double scale, double offset) {
   std::vector<double> v(std::size_t(w) * h * planes);
   for (std::size_t i = 0; i < v.size(); ++i) v[i] = offset + scale * double((i * 37) % 256);
   return v;
+}
+
+/// Normal samples rounded to float, which a float image holds exactly.
+inline std::vector<double> Noise(std::size_t n, double mean, double sd, unsigned seed) {
+  std::mt19937 rng(seed);
+  std::normal_distribution<double> d(mean, sd);
+  std::vector<double> v(n);
+  for (auto& x : v) x = float(d(rng));
+  return v;
+}
+
+/// The image the program reads from v (x fastest, plane last): float samples, each plane's
+/// level window its min..max.
+inline COrbImage ToImage(const std::vector<double>& v, int w, int h, int planes = 1) {
+  COrbImage img(-32, w, h, planes);
+  for (int p = 0; p < planes; ++p)
+    for (int y = 0; y < h; ++y)
+      for (int x = 0; x < w; ++x) img.SetPixelGrayRaw(x, y, float(v[(std::size_t(p) * h + y) * w + x]), p);
+  img.CalcMinMax();
+  for (int p = 0; p < planes; ++p) img.SetLevel(p, img.GetMinPixel(p), img.GetMaxPixel(p));
+  return img;
+}
+
+/// How many of a file's samples (x fastest, plane last) differ from img's; -1 for another size.
+inline long Differing(const std::vector<double>& v, const COrbImage& img) {
+  const int w = img.GetWidth(), h = img.GetHeight(), planes = img.GetPlanes();
+  if (v.size() != std::size_t(w) * h * planes) return -1;
+  long n = 0;
+  for (int p = 0; p < planes; ++p)
+    for (int y = 0; y < h; ++y)
+      for (int x = 0; x < w; ++x) n += v[(std::size_t(p) * h + y) * w + x] != img.GetPixelGrayRaw(x, y, p);
+  return n;
 }
 
 }  // namespace clitest

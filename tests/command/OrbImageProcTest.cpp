@@ -7,6 +7,8 @@
 #include <memory>
 #include <random>
 #include <string>
+#include <tuple>
+#include <utility>
 
 #include "common/ImageCompare.h"
 #include "ops/filter/ImgFilterSharp.h"
@@ -33,6 +35,10 @@ std::unique_ptr<COrbImage> MakeImage(int w, int h, int planes, int offset = 0) {
   return image;
 }
 
+std::pair<double, double> Window(const COrbImage& image, int plane) {
+  return {image.GetLevelMin(plane), image.GetLevelMax(plane)};
+}
+
 TEST(OrbImageProcKeys, FirstOccurrenceValueRulesAndConversions) {
   Proc proc;
   EXPECT_EQ(proc.atos(L" RADIUS=5", L"RADIUS"), CString(L"5"));
@@ -43,17 +49,15 @@ TEST(OrbImageProcKeys, FirstOccurrenceValueRulesAndConversions) {
   for (const wchar_t* args : {L" KEY= 5", L" KEY", L" key=3", L" KEY X=3"})
     EXPECT_TRUE(proc.atos(args, L"KEY").IsEmpty()) << CString(args).ToUtf8();
 
-  EXPECT_DOUBLE_EQ(proc.atof(L" X=1.5e2", L"X", -1), 150.0);
-  EXPECT_DOUBLE_EQ(proc.atof(L" X=12abc", L"X", -1), 12.0);
-  EXPECT_DOUBLE_EQ(proc.atof(L" X=abc", L"X", -1), 0.0);
-  EXPECT_DOUBLE_EQ(proc.atof(L" X=", L"X", -1), -1.0);
-  EXPECT_DOUBLE_EQ(proc.atof(L" Y=2", L"X", -1), -1.0);
-  EXPECT_EQ(proc.atoi(L" N=42.9", L"N", -1), 42);
-  EXPECT_EQ(proc.atoi(L" N=99999999999999999999", L"N", -1), INT_MAX);
-  EXPECT_EQ(proc.atoi(L" N=-99999999999999999999", L"N", -1), INT_MIN);
-  EXPECT_EQ(proc.atob(L" F=true", L"F", 7), 1);
-  EXPECT_EQ(proc.atob(L" F=yes", L"F", 7), 0);
-  EXPECT_EQ(proc.atob(L" G=TRUE", L"F", 7), 7);
+  // Numbers as far as they are numeric; an absent key or empty value gives the default.
+  for (const auto& [args, value] : {std::pair{L" X=1.5e2", 150.0}, {L" X=12abc", 12.0}, {L" X=abc", 0.0},
+                                    {L" X=", -1.0}, {L" Y=2", -1.0}})
+    EXPECT_DOUBLE_EQ(proc.atof(args, L"X", -1), value) << CString(args).ToUtf8();
+  for (const auto& [args, value] : {std::pair{L" N=42.9", 42}, {L" N=99999999999999999999", INT_MAX},
+                                    {L" N=-99999999999999999999", INT_MIN}})
+    EXPECT_EQ(proc.atoi(args, L"N", -1), value) << CString(args).ToUtf8();
+  for (const auto& [args, value] : {std::pair{L" F=true", 1}, {L" F=yes", 0}, {L" G=TRUE", 7}})
+    EXPECT_EQ(proc.atob(args, L"F", 7), value) << CString(args).ToUtf8();
 
   for (const wchar_t* args : {L" K=1", L" K =1", L" K\t=1"}) EXPECT_EQ(proc.find(args, L"K"), 1) << CString(args).ToUtf8();
   for (const wchar_t* args : {L" K  =1", L" K_R=1"}) EXPECT_EQ(proc.find(args, L"K"), 0) << CString(args).ToUtf8();
@@ -77,7 +81,6 @@ TEST(OrbImageProcScript, SplittingSeparatorsAndFailures) {
   proc.SetImagePtr(image.get(), &work);
   proc.SetImagePtr(image.get(), nullptr);  // keeps the work image
 
-  const auto levels = [&] { return std::make_pair(image->GetLevelMin(0), image->GetLevelMax(0)); };
   struct Case {
     const wchar_t* text;
     int result;
@@ -89,13 +92,12 @@ TEST(OrbImageProcScript, SplittingSeparatorsAndFailures) {
     EXPECT_EQ(proc.Do(c.text, 0), c.result) << "script \"" << CString(c.text).ToUtf8() << "\"";
   }
   // The failing scripts above that start with a LEVEL command kept what it did.
-  EXPECT_EQ(levels(), std::make_pair(1.0, 255.0));
+  EXPECT_EQ(Window(*image, 0), std::make_pair(1.0, 255.0));
 
   image->SetLevel(0, 0, 255);
   EXPECT_EQ(proc.Do(L"LEVEL MIN=1 MAX=2;\r\n\tlevel MIN=3\n\nLevel\tMAX=9;;\r\nLEVEL min=50 MAX= 60", 0), 1);
-  EXPECT_EQ(levels(), std::make_pair(3.0, 9.0));
-  EXPECT_EQ(work.GetLevelMin(0), 3.0);
-  EXPECT_EQ(work.GetLevelMax(0), 9.0);
+  EXPECT_EQ(Window(*image, 0), std::make_pair(3.0, 9.0));
+  EXPECT_EQ(Window(work, 0), std::make_pair(3.0, 9.0));
   EXPECT_TRUE(qrntest::ImagesNear(*image, *MakeImage(3, 2, 1), 0));  // LEVEL touches no pixel
 }
 
@@ -105,18 +107,11 @@ TEST(OrbImageProcScript, ColourLevelGivesBlueTheGreenKeys) {
   COrbImageProc proc;
   proc.SetImagePtr(image.get(), &work);
   ASSERT_EQ(proc.Do(L"LEVEL MIN=1 MAX=2 MIN_R=10 MAX_R=200 MIN_G=20 MAX_G=220", 0), 1);
-  for (COrbImage* im : {image.get(), &work}) {
-    EXPECT_EQ(im->GetLevelMin(0), 10);
-    EXPECT_EQ(im->GetLevelMax(0), 200);
-    for (int p : {1, 2}) {
-      EXPECT_EQ(im->GetLevelMin(p), 20);
-      EXPECT_EQ(im->GetLevelMax(p), 220);
-    }
-  }
+  for (COrbImage* im : {image.get(), &work})
+    for (int p : {0, 1, 2}) EXPECT_EQ(Window(*im, p), std::make_pair(p ? 20.0 : 10.0, p ? 220.0 : 200.0)) << p;
   image->SetLevel(2, 5, 6);
   ASSERT_EQ(proc.Do(L"LEVEL MAX_R=100", 0), 1);  // absent green keys leave blue its own window
-  EXPECT_EQ(image->GetLevelMin(2), 5);
-  EXPECT_EQ(image->GetLevelMax(2), 6);
+  EXPECT_EQ(Window(*image, 2), std::make_pair(5.0, 6.0));
 }
 
 // Every command but LEVEL swaps first; a command without a blank fails before its swap.
@@ -171,10 +166,7 @@ TEST(OrbImageProcCommands, BrightnessContrastPivotAndHAlpha) {
   // HALPHAAUTOLEVEL: every plane's window runs from plane 0's minimum to its maximum × MAG.
   image = MakeImage(4, 2, 3);
   ASSERT_EQ(proc.Do(image.get(), L"HALPHAAUTOLEVEL MAG=1.5", 0), 1);
-  for (int p = 0; p < 3; ++p) {
-    EXPECT_EQ(image->GetLevelMin(p), 0.0);
-    EXPECT_EQ(image->GetLevelMax(p), 70 * 1.5);
-  }
+  for (int p = 0; p < 3; ++p) EXPECT_EQ(Window(*image, p), std::make_pair(0.0, 70 * 1.5)) << p;
 }
 
 // SHARP is checked against the sharpening member called with the arguments worked out by hand
@@ -263,12 +255,11 @@ TEST(OrbImageProcFuzz, RandomScriptsAreSafe) {
       script += glue[pick(std::size(glue))];
     }
     auto image = MakeImage(1 + pick(6), 1 + pick(4), pick(2) ? 3 : 1);
-    const int w = image->GetWidth(), h = image->GetHeight(), planes = image->GetPlanes();
+    const auto shape = [&] { return std::make_tuple(image->GetWidth(), image->GetHeight(), image->GetPlanes()); };
+    const auto before = shape();
     COrbImageProc proc;
     EXPECT_EQ(proc.Do(image.get(), script, round & 1), expected(script)) << CString(script).ToUtf8();
-    EXPECT_EQ(image->GetWidth(), w);
-    EXPECT_EQ(image->GetHeight(), h);
-    EXPECT_EQ(image->GetPlanes(), planes);
+    EXPECT_EQ(shape(), before);
     EXPECT_EQ(image->GetLockCount(), 0);
   }
   // An image without pixels goes through every command.

@@ -22,11 +22,8 @@ TEST(CImage, ConstructionRejectsBadLayoutsWithAnEmptyImage) {
                             CImage(-32, 10, 10, 5), CImage(12, 10, 10, 1), CImage(-64, big, big, 3)})
     EXPECT_TRUE(bad.IsEmpty());
   CImage ok(-32, 10, 4, 3);
-  EXPECT_FALSE(ok.IsEmpty());
-  EXPECT_TRUE(ok.IsColor());
-  EXPECT_EQ(ok.GetDimension(), 3);
-  EXPECT_EQ(ok.GetPixelCount(), 120u);
-  EXPECT_EQ(ok.GetImageSize(), 480u);
+  EXPECT_EQ(std::make_tuple(ok.IsEmpty(), ok.IsColor(), ok.GetDimension(), ok.GetPixelCount(), ok.GetImageSize()),
+            std::make_tuple(false, true, 3, std::size_t(120), std::size_t(480)));
   CImage deferred(-32, 10, 4, 1, 1.0, 0.0, 0);
   EXPECT_TRUE(deferred.IsEmpty());
   EXPECT_EQ(deferred.AllocImage(), 1);
@@ -87,14 +84,10 @@ TEST(CImage, ChangePlanesCopiesGreyAndKeepsLuminance) {
   grey.SetLevel(0, 10, 90);
   ASSERT_EQ(grey.ChangePlanes(3), 1);
   EXPECT_TRUE(grey.IsColor());
-  for (int p = 0; p < 3; ++p) {
-    EXPECT_DOUBLE_EQ(grey.GetPixel(1, 1, p), 50.0);
-    EXPECT_DOUBLE_EQ(grey.GetLevelMax(p), 90.0);
-  }
+  for (int p = 0; p < 3; ++p)
+    EXPECT_EQ(std::make_pair(grey.GetPixel(1, 1, p), grey.GetLevelMax(p)), std::make_pair(50.0, 90.0)) << p;
   CImage colour(-32, 1, 1, 3);
-  Put<float>(colour, 0, 0, 0, 100.0f);
-  Put<float>(colour, 0, 0, 1, 200.0f);
-  Put<float>(colour, 0, 0, 2, 50.0f);
+  for (int p = 0; p < 3; ++p) Put<float>(colour, 0, 0, p, p == 1 ? 200.0f : p ? 50.0f : 100.0f);
   ASSERT_EQ(colour.ChangePlanes(1), 1);
   EXPECT_EQ(colour.GetDimension(), 2);
   EXPECT_NEAR(colour.GetPixel(0, 0, 0), 0.299 * 100 + 0.587 * 200 + 0.114 * 50, 1e-3);
@@ -112,8 +105,7 @@ TEST(CImage, ChangeSizeKeepsTheTopLeftAndZeroesTheRest) {
   EXPECT_EQ(std::make_pair(image.GetWidth(), image.GetHeight()), std::make_pair(5, 2));
   for (int y = 0; y < 2; ++y)
     for (int x = 0; x < 5; ++x) EXPECT_EQ(image.GetPixel(x, y, 0), x < 3 ? 10 * y + x + 1 : 0.0) << x << "," << y;
-  EXPECT_EQ(image.ChangeSize(0, 2), 0);
-  EXPECT_EQ(image.ChangeSize(4, -1), 0);
+  EXPECT_EQ(std::make_pair(image.ChangeSize(0, 2), image.ChangeSize(4, -1)), std::make_pair(0, 0));
   EXPECT_EQ(image.GetWidth(), 5);
 }
 
@@ -192,8 +184,7 @@ TEST(CImage, AttachDibReadsGreyPalettesAndColourBitmaps) {
   GlobalFree(colour);
 
   HGLOBAL truncated = GlobalAlloc(GHND, 20);
-  EXPECT_EQ(image.AttachDIB(truncated), 0);
-  EXPECT_EQ(image.AttachDIB(nullptr), 0);
+  EXPECT_EQ(std::make_pair(image.AttachDIB(truncated), image.AttachDIB(nullptr)), std::make_pair(0, 0));
   EXPECT_EQ(image.GetPlanes(), 3);  // a refused bitmap leaves the image alone
   GlobalFree(truncated);
 }

@@ -13,8 +13,13 @@ class VmImageTest : public ::testing::Test {
   void TearDown() override { CVmManager::Reset(); }
 };
 
-TEST_F(VmImageTest, LinesStartOn64ByteBoundariesAndAreZeroed) {
+TEST_F(VmImageTest, LinesStartOn64ByteBoundariesAndAreZeroedBadSizesAreRefused) {
   CVmImage store;
+  EXPECT_FALSE(store.Allocate(0, 10, 1, 4));
+  EXPECT_FALSE(store.Allocate(10, -1, 1, 4));
+  EXPECT_FALSE(store.Allocate(10, 10, 0, 4));
+  EXPECT_FALSE(store.Allocate(std::numeric_limits<int>::max(), std::numeric_limits<int>::max(), 3, 8));  // 2^67 bytes
+  EXPECT_FALSE(store.IsAllocated());
   ASSERT_TRUE(store.Allocate(17, 5, 3, 4));
   EXPECT_EQ(store.GetLineStride() % 64, 0u);
   for (int p = 0; p < 3; ++p)
@@ -23,16 +28,6 @@ TEST_F(VmImageTest, LinesStartOn64ByteBoundariesAndAreZeroed) {
       for (int x = 0; x < 17; ++x) EXPECT_EQ(*reinterpret_cast<float*>(store.Address(x, y, p)), 0.0f);
     }
   EXPECT_FALSE(store.IsFileBacked());
-}
-
-TEST_F(VmImageTest, RefusesBadSizesAndOverflowingByteCounts) {
-  CVmImage store;
-  EXPECT_FALSE(store.Allocate(0, 10, 1, 4));
-  EXPECT_FALSE(store.Allocate(10, -1, 1, 4));
-  EXPECT_FALSE(store.Allocate(10, 10, 0, 4));
-  const int big = std::numeric_limits<int>::max();
-  EXPECT_FALSE(store.Allocate(big, big, 3, 8));  // about 2^67 bytes
-  EXPECT_FALSE(store.IsAllocated());
 }
 
 TEST_F(VmImageTest, LocksAreCountedAndReleased) {

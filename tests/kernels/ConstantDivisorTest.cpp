@@ -107,17 +107,13 @@ TEST(ConstantDivisor, ZerosInfinitiesAndNaNKeepTheDivisionsSignsAndPayloads) {
 }
 
 TEST(ConstantDivisor, RangeChecks) {
-  EXPECT_TRUE(CConstantDivisor::Takes(std::ldexp(1.0, 300)));
-  EXPECT_TRUE(CConstantDivisor::Takes(-std::ldexp(1.0, -300)));
-  EXPECT_FALSE(CConstantDivisor::Takes(std::ldexp(1.0, 301)));
-  EXPECT_FALSE(CConstantDivisor::Takes(std::ldexp(1.0, -301)));
-  EXPECT_FALSE(CConstantDivisor::Takes(0.0));
-  EXPECT_FALSE(CConstantDivisor::Takes(std::numeric_limits<double>::quiet_NaN()));
-  EXPECT_FALSE(CConstantDivisor::Takes(std::numeric_limits<double>::infinity()));
-  EXPECT_TRUE(CConstantDivisor::TakesScaledFloatDifferences(0.0));
-  EXPECT_TRUE(CConstantDivisor::TakesScaledFloatDifferences(-7.5));
-  EXPECT_FALSE(CConstantDivisor::TakesScaledFloatDifferences(std::ldexp(1.0, 310)));
-  EXPECT_FALSE(CConstantDivisor::TakesScaledFloatDifferences(std::numeric_limits<double>::denorm_min()));
+  for (double b : {std::ldexp(1.0, 300), -std::ldexp(1.0, -300)}) EXPECT_TRUE(CConstantDivisor::Takes(b)) << b;
+  for (double b : {std::ldexp(1.0, 301), std::ldexp(1.0, -301), 0.0, std::numeric_limits<double>::quiet_NaN(),
+                   std::numeric_limits<double>::infinity()})
+    EXPECT_FALSE(CConstantDivisor::Takes(b)) << b;
+  for (double s : {0.0, -7.5}) EXPECT_TRUE(CConstantDivisor::TakesScaledFloatDifferences(s)) << s;
+  for (double s : {std::ldexp(1.0, 310), std::numeric_limits<double>::denorm_min()})
+    EXPECT_FALSE(CConstantDivisor::TakesScaledFloatDifferences(s)) << s;
 }
 
 }  // namespace

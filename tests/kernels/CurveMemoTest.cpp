@@ -52,18 +52,12 @@ TEST(CCurveMemo, AnswersOnlyInputsItRemembersOnBothWidths) {
     // Values never remembered are missing, never answered with a neighbour's result.
     std::vector<float> fresh = {20061.0f, 19999.0f, 0.5f, -0.0f, 0.0f};
     EXPECT_EQ(FindAndFill(memo, fresh, out), static_cast<int>(fresh.size())) << "wide " << wide;
+    // Empty entries answer their own key, the all-ones pattern, with the value given to Reset.
+    memo.Reset(42.0f);
+    EXPECT_EQ(FindAndFill(memo, std::vector<float>(9, FromBits(0xffffffffu)), out), 0) << "wide " << wide;
+    for (float y : out) EXPECT_EQ(y, 42.0f) << "wide " << wide;
   }
   qrn::simd::SetWideVectors(1);
-}
-
-TEST(CCurveMemo, EmptyEntriesAnswerTheirOwnKeyWithTheGivenValue) {
-  CCurveMemo memo;
-  memo.Reset(42.0f);
-  std::vector<float> v(9, FromBits(0xffffffffu));
-  std::vector<float> out(v.size());
-  std::vector<int> missing(v.size());
-  EXPECT_EQ(memo.Find(v.data(), 9, out.data(), missing.data()), 0);
-  for (float y : out) EXPECT_EQ(y, 42.0f);
 }
 
 TEST(CCurveMemo, SpreadsIntegerCountsAndFineStepsWithoutCollisions) {

@@ -13,9 +13,6 @@ double Sum(const CFilterMatrix& m) {
 }  // namespace
 
 TEST(FilterMatrix, ConstructorsAndNormalise) {
-  CFilterMatrix empty;
-  EXPECT_EQ(empty.GetCount(), 0);
-
   const int ints[9] = {1, 2, 1, 2, 4, 2, 1, 2, 1};
   CFilterMatrix m(1, ints, 0);  // count 0 means (2r+1)^2
   EXPECT_EQ(m.GetSide(), 3);

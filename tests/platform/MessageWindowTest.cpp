@@ -23,7 +23,7 @@ void DrainQueue() {
 }
 }  // namespace
 
-TEST(MessageWindow, SendCallsTheHandlerAtOncePostWaitsForDispatch) {
+TEST(MessageWindow, SendCallsAtOncePostWaitsForDispatchDeadWindowsRefuse) {
   DrainQueue();
   Recorder rec;
   HWND w = rec.Create();
@@ -40,6 +40,18 @@ TEST(MessageWindow, SendCallsTheHandlerAtOncePostWaitsForDispatch) {
   EXPECT_EQ(rec.seen[1].wParam, 7u);
   EXPECT_EQ(rec.seen[1].lParam, 8);
   EXPECT_TRUE(DestroyWindow(w));
+  // Null and destroyed windows are refused quietly.
+  EXPECT_EQ(SendMessageW(nullptr, WM_USER, 0, 0), 0);
+  EXPECT_FALSE(DestroyWindow(nullptr));
+  EXPECT_FALSE(DestroyWindow(w));
+  EXPECT_EQ(SendMessageW(w, WM_USER, 0, 0), 0);
+  EXPECT_FALSE(PostMessageW(w, WM_USER, 0, 0));
+  EXPECT_EQ(rec.seen.size(), 2u);
+  // A null window posts to the calling thread itself.
+  EXPECT_TRUE(PostMessageW(nullptr, WM_USER, 1, 2));
+  ASSERT_TRUE(PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE));
+  EXPECT_EQ(msg.hwnd, nullptr);
+  EXPECT_EQ(DispatchMessageW(&msg), 0);
 }
 
 TEST(MessageWindow, PeekFiltersByRangeAndWindowAndKeepsOrder) {
@@ -78,24 +90,9 @@ TEST(MessageWindow, PostsFromOtherThreadsLandInTheOwnersQueue) {
   DestroyWindow(w);
 }
 
-TEST(MessageWindow, NullAndDestroyedWindowsAreRefusedQuietly) {
-  DrainQueue();
-  EXPECT_EQ(SendMessageW(nullptr, WM_USER, 0, 0), 0);
-  EXPECT_FALSE(DestroyWindow(nullptr));
-  Recorder rec;
-  HWND w = rec.Create();
-  DestroyWindow(w);
-  EXPECT_EQ(SendMessageW(w, WM_USER, 0, 0), 0);
-  EXPECT_FALSE(PostMessageW(w, WM_USER, 0, 0));
-  // A null window posts to the calling thread itself.
-  EXPECT_TRUE(PostMessageW(nullptr, WM_USER, 1, 2));
-  MSG msg;
-  ASSERT_TRUE(PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE));
-  EXPECT_EQ(msg.hwnd, nullptr);
-  EXPECT_EQ(DispatchMessageW(&msg), 0);
-}
-
-TEST(MessageWindow, EscapeFromASignalBecomesAKeyDownAtTheNextPeek) {
+// Escape from a signal becomes a key-down at the next peek; translating a character key posts
+// its WM_CHAR.
+TEST(MessageWindow, EscapeFromASignalAndCharactersFromKeys) {
   DrainQueue();
   Recorder rec;
   HWND w = rec.Create();
@@ -105,17 +102,13 @@ TEST(MessageWindow, EscapeFromASignalBecomesAKeyDownAtTheNextPeek) {
   EXPECT_EQ(msg.wParam, VK_ESCAPE);
   EXPECT_FALSE(PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE));
   DestroyWindow(w);
-}
 
-TEST(MessageWindow, TranslateTurnsCharacterKeysIntoCharMessages) {
-  DrainQueue();
   const MSG key{nullptr, WM_KEYDOWN, 'A', 0};
   EXPECT_TRUE(TranslateMessage(&key));
   const MSG shift{nullptr, WM_KEYDOWN, 0x10, 0};
   EXPECT_FALSE(TranslateMessage(&shift));
   const MSG paint{nullptr, WM_PAINT, 0, 0};
   EXPECT_FALSE(TranslateMessage(&paint));
-  MSG msg;
   ASSERT_TRUE(PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE));
   EXPECT_EQ(msg.message, WM_CHAR);
   EXPECT_EQ(msg.wParam, WPARAM('A'));

@@ -10,16 +10,13 @@ class RegistryTest : public ::testing::Test {
   void TearDown() override { CRegistry::Clear(); }
 };
 
-TEST_F(RegistryTest, ReadFallsBackToTheDefault) {
+TEST_F(RegistryTest, ReadFallsBackToTheDefaultAndIntsBelowTheMinimum) {
   double d = 0;
   EXPECT_EQ(CRegistry::Read(L"PSF", L"Radius", 4.5, &d), 0);
   EXPECT_DOUBLE_EQ(d, 4.5);
   CRegistry::Write(L"PSF", L"Radius", 7.25);
   EXPECT_EQ(CRegistry::Read(L"psf", L"RADIUS", 4.5, &d), 1);  // names ignore case
   EXPECT_DOUBLE_EQ(d, 7.25);
-}
-
-TEST_F(RegistryTest, IntFormRejectsValuesBelowTheMinimum) {
   int v = 0;
   CRegistry::Write(L"Focus", L"Box", -3);
   CRegistry::Read(L"Focus", L"Box", 16, &v, 1);

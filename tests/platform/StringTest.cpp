@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-TEST(CString, SearchAndSlicesFollowFrameworkConventions) {
+TEST(CString, SearchSlicesTrimAndCaseInsensitiveCompare) {
   CString s(L"LEVEL MIN=0; SHARP");
   EXPECT_EQ(s.Find(L'='), 9);
   EXPECT_EQ(s.Find(L"SHARP"), 13);
@@ -20,13 +20,8 @@ TEST(CString, SearchAndSlicesFollowFrameworkConventions) {
   const CString null(static_cast<const wchar_t*>(nullptr));  // null text is empty
   EXPECT_TRUE(null.IsEmpty());
   EXPECT_EQ(null.Find(static_cast<const wchar_t*>(nullptr)), -1);
-}
-
-TEST(CString, TrimAndCaseInsensitiveCompare) {
-  CString s(L" \t value \r\n");
-  EXPECT_EQ(s.Trim(), CString(L"value"));
-  CString blanks(L"   ");
-  EXPECT_TRUE(blanks.Trim().IsEmpty());
+  EXPECT_EQ(CString(L" \t value \r\n").Trim(), CString(L"value"));
+  EXPECT_TRUE(CString(L"   ").Trim().IsEmpty());
   EXPECT_EQ(CString(L"Level").CompareNoCase(L"LEVEL"), 0);
   EXPECT_LT(CString(L"abc").CompareNoCase(L"ABD"), 0);
   EXPECT_EQ(CString(L"sharp").CollateNoCase(L"SHARP"), 0);
