@@ -40,23 +40,19 @@ bool SameBits(const COrbImage& a, const COrbImage& b) {
 
 TEST(ImgCalculation, FourOperationsByHandOnBothPaths) {
   auto src = Image(5, 1, 1, {-2, 0, 1.5f, 3, 100});
-  for (int mask : {kScalar, kVector}) {
-    auto add = Calculate(mask, *src, 2.5, 0, 0);
-    auto sub = Calculate(mask, *src, 2.5, 1, 0);
-    auto subClip = Calculate(mask, *src, 2.5, 1, 1);
-    auto mul = Calculate(mask, *src, -4.0, 2, 0);
-    auto div = Calculate(mask, *src, 4.0, 3, 0);
-    const float wantAdd[] = {0.5f, 2.5f, 4, 5.5f, 102.5f}, wantSub[] = {-4.5f, -2.5f, -1, 0.5f, 97.5f},
-                wantClip[] = {0, 0, 0, 0.5f, 97.5f}, wantMul[] = {8, -0.0f, -6, -12, -400},
-                wantDiv[] = {-0.5f, 0, 0.375f, 0.75f, 25};
-    for (int x = 0; x < 5; ++x) {
-      EXPECT_EQ(At(*add, x, 0), wantAdd[x]) << "mask " << mask << " x " << x;
-      EXPECT_EQ(At(*sub, x, 0), wantSub[x]) << "mask " << mask << " x " << x;
-      EXPECT_EQ(At(*subClip, x, 0), wantClip[x]) << "mask " << mask << " x " << x;
-      EXPECT_EQ(At(*mul, x, 0), wantMul[x]) << "mask " << mask << " x " << x;
-      EXPECT_EQ(At(*div, x, 0), wantDiv[x]) << "mask " << mask << " x " << x;  // powers of two divide exactly
+  const struct {
+    double value;
+    int op, clip;
+    float want[5];
+  } cases[] = {{2.5, 0, 0, {0.5f, 2.5f, 4, 5.5f, 102.5f}}, {2.5, 1, 0, {-4.5f, -2.5f, -1, 0.5f, 97.5f}},
+               {2.5, 1, 1, {0, 0, 0, 0.5f, 97.5f}},      {-4.0, 2, 0, {8, -0.0f, -6, -12, -400}},
+               {4.0, 3, 0, {-0.5f, 0, 0.375f, 0.75f, 25}}};  // powers of two divide exactly
+  for (int mask : {kScalar, kVector})
+    for (const auto& c : cases) {
+      auto out = Calculate(mask, *src, c.value, c.op, c.clip);
+      for (int x = 0; x < 5; ++x)
+        EXPECT_EQ(At(*out, x, 0), c.want[x]) << "mask " << mask << " op " << c.op << " clip " << c.clip << " x " << x;
     }
-  }
 }
 
 TEST(ImgCalculation, PathsAgreeBitForBitOnAwkwardShapes) {
@@ -87,7 +83,7 @@ TEST(ImgCalculation, PathsAgreeBitForBitOnAwkwardShapes) {
     }
 }
 
-TEST(ImgCalculation, NothingToComputeLeavesTargetOnFourWidePathAndCopiesOnScalarPath) {
+TEST(ImgCalculation, NothingToComputeLeavesTargetOnFourWidePathCopiesOnScalarPathNullSourceWorksInPlace) {
   auto src = Image(6, 2, 3, [](int x, int y, int p) { return x + 10.0 * y + 100.0 * p; });
   for (int op : {3, -1, 4}) {
     const double value = op == 3 ? 0.0 : 2.0;
@@ -101,9 +97,7 @@ TEST(ImgCalculation, NothingToComputeLeavesTargetOnFourWidePathAndCopiesOnScalar
   // A value that is zero only as a float counts as zero too.
   auto tiny = Calculate(kScalar, *src, 1e-60, 3, 0);
   EXPECT_EQ(At(*tiny, 3, 1, 0), 13.0f);
-}
 
-TEST(ImgCalculation, NullSourceWorksInPlace) {
   auto image = Image(5, 2, 1, [](int x, int y, int) { return x - 2.0 * y; });
   static_cast<CImgCalculation&>(*image).Do(1.0, 1, 1, nullptr, nullptr, 0);
   EXPECT_EQ(At(*image, 4, 0), 3.0f);

@@ -21,37 +21,24 @@ double DarkAt(int x, int y, int p, double temperature) {
 }
 
 TEST(ImgDark, ScoreBetweenTwoDarksReproducesTheMiddleTemperature) {
-  for (int planes : {1, 3})
-    for (int w : {1, 5, 17}) {
-      auto d0 = Image(w, 3, planes, [](int x, int y, int p) { return DarkAt(x, y, p, -10.0); });
-      auto d1 = Image(w, 3, planes, [](int x, int y, int p) { return DarkAt(x, y, p, 0.0); });
-      auto want = Image(w, 3, planes, [](int x, int y, int p) { return DarkAt(x, y, p, -5.0); });
-      static_cast<CImgDark&>(*d0).DoInterpolateByScore(d1.get(), -5.0, -10.0, 0.0, 0);
-      // The samples are below 400 and the mix is exact in double: one float rounding (3e-5) at most.
-      EXPECT_TRUE(qrntest::ImagesNear(*d0, *want, 1e-4)) << w << " wide, " << planes << " planes";
-      EXPECT_EQ(d0->GetLockCount() + d1->GetLockCount(), 0);
-    }
+  for (int planes : {1, 3}) {
+    auto d0 = Image(17, 3, planes, [](int x, int y, int p) { return DarkAt(x, y, p, -10.0); });
+    auto d1 = Image(17, 3, planes, [](int x, int y, int p) { return DarkAt(x, y, p, 0.0); });
+    auto want = Image(17, 3, planes, [](int x, int y, int p) { return DarkAt(x, y, p, -5.0); });
+    static_cast<CImgDark&>(*d0).DoInterpolateByScore(d1.get(), -5.0, -10.0, 0.0, 0);
+    // The samples are below 400 and the mix is exact in double: one float rounding (3e-5) at most.
+    EXPECT_TRUE(qrntest::ImagesNear(*d0, *want, 1e-4)) << planes << " planes";
+  }
 }
 
-TEST(ImgDark, ScoreOutsideTheReferencesIsClampedInEveryColumn) {
-  // Beyond the second reference (a factor of 2 = (3 − 1)/(2 − 1) on D1 − D0), side by side in
-  // rows long enough for whole vectors and a tail, on the eight-wide and the narrow rows:
-  // (D0, D1) = (10, 20) clamps to D1; (20, 10) gives 0, below D1 but only compared with D0
-  // afterwards, so it becomes D0; (30, 30) stays.
-  for (int wide : {1, 0}) {
-    qrn::simd::SetWideVectors(wide);
-    for (int w : {2, 4, 17, 33}) {
-      auto d0 = Image(w, 2, 1, [](int x, int, int) { return 10.0 * (x % 3 + 1); });
-      auto d1 = Image(w, 2, 1, [](int x, int, int) { return x % 3 == 0 ? 20.0 : x % 3 == 1 ? 10.0 : 30.0; });
-      static_cast<CImgDark&>(*d0).DoInterpolateByScore(d1.get(), 3.0, 1.0, 2.0, 0);
-      for (int y = 0; y < 2; ++y)
-        for (int x = 0; x < w; ++x)
-          EXPECT_EQ(At(*d0, x, y), x % 3 == 2 ? 30.0f : 20.0f)
-              << x << ", " << y << " of " << w << ", wide " << wide;
-    }
-  }
-  qrn::simd::SetWideVectors(1);
-
+TEST(ImgDark, ScoreClampsBetweenTheTwoDarksByHand) {
+  // Beyond the second reference (a factor of 2 = (3 − 1)/(2 − 1) on D1 − D0): (D0, D1) =
+  // (10, 20) clamps to D1; (20, 10) gives 0, below D1 but only compared with D0 afterwards, so
+  // it becomes D0; (30, 30) stays.
+  auto d0 = Image(3, 1, 1, {10, 20, 30});
+  auto d1 = Image(3, 1, 1, {20, 10, 30});
+  static_cast<CImgDark&>(*d0).DoInterpolateByScore(d1.get(), 3.0, 1.0, 2.0, 0);
+  for (int x = 0; x < 3; ++x) EXPECT_EQ(At(*d0, x, 0), x == 2 ? 30.0f : 20.0f) << x;
   // Below the first reference, with D1 < D0: r = 20 + (−10)(−1) = 30 > D1, so D1.
   auto e0 = Image(1, 1, 1, {20});
   auto e1 = Image(1, 1, 1, {10});
@@ -64,8 +51,9 @@ TEST(ImgDark, ScoreOutsideTheReferencesIsClampedInEveryColumn) {
 TEST(ImgDark, EveryRowVariantEqualsThePlainDoubleFormula) {
   // Irregular darks with awkward reference values, so that every product and quotient rounds:
   // each member must store exactly the float of its formula evaluated in double, left to
-  // right, on the narrow, the eight-wide and the fused multiply-add rows. Every fifth column
-  // has equal darks (a zero difference), and a few samples are ±0 or infinite.
+  // right, on the narrow, the eight-wide and the fused multiply-add rows, on rows too short for
+  // a vector and rows with a tail. Every fifth column has equal darks (a zero difference), and
+  // a few samples are ±0 or infinite; clamped scores occur where D1 lies on either side of D0.
   const float inf = std::numeric_limits<float>::infinity();
   auto special = [&](int x, int y, int p, int seed) {
     const int k = x + 37 * (y + 3 * p);
@@ -76,7 +64,6 @@ TEST(ImgDark, EveryRowVariantEqualsThePlainDoubleFormula) {
     if (!std::isnan(s)) return double(s);
     return 90.0 + std::fmod((x * 37.3 + y * 11.9 + p + (x % 5 ? seed : 0)) * 1.7, 53.1);
   };
-  auto d1 = Image(37, 3, 3, [&](int x, int y, int p) { return sample(x, y, p, 5); });
   const double t = 1.3, t0 = -2.7, t1 = 9.1, e = 0.7, e0 = 0.1, e1 = 3.3, k = std::pow(2.0, 3.1 - 1.9 / 6.3);
   using Formula = std::function<double(double, double)>;
   const Formula proportion = [&](double a, double b) { return a + (b - a) * (t - t0) / (t1 - t0) + (b - a) * (e - e0) / (e1 - e0); };
@@ -91,30 +78,33 @@ TEST(ImgDark, EveryRowVariantEqualsThePlainDoubleFormula) {
   };
   const Formula score = scoreFor(t, t0, t1), scoreDown = scoreFor(10.0, t1, t0), scoreBelow = scoreFor(-5.0, t0, t1);
   enum Variant { kFused, kWide, kNarrow };
-  for (int member = 0; member < 5; ++member)
-    for (Variant variant : {kFused, kWide, kNarrow}) {
-      qrn::simd::SetWideVectors(variant != kNarrow);
-      qrn::simd::SetFusedMultiplyAdd(variant == kFused);
-      auto d0 = Image(37, 3, 3, [&](int x, int y, int p) { return sample(x, y, p, 0); });
-      auto& dark = static_cast<CImgDark&>(*d0);
-      if (member == 0) dark.DoInterpolateByScore(d1.get(), t, t0, t1, 0);
-      if (member == 1) dark.DoInterpolateByProportion(d1.get(), t, t0, t1, e0, e1, e, 0);
-      // x = b = 3.1 since |3.1 − 1.9| ≤ |1.9 − (−4)|.
-      if (member == 2) dark.DoInterpolateByPower(d1.get(), t, t0, t1, -4.0, 3.1, 1.9, 6.3, 0);
-      if (member == 3) dark.DoInterpolateByScore(d1.get(), 10.0, t1, t0, 0);
-      if (member == 4) dark.DoInterpolateByScore(d1.get(), -5.0, t0, t1, 0);
-      const Formula* formulas[] = {&score, &proportion, &power, &scoreDown, &scoreBelow};
-      const Formula& formula = *formulas[member];
-      int wrong = 0;
-      for (int p = 0; p < 3; ++p)
-        for (int y = 0; y < 3; ++y)
-          for (int x = 0; x < 37; ++x) {
-            const float a = static_cast<float>(sample(x, y, p, 0)), b = At(*d1, x, y, p);
-            const float got = At(*d0, x, y, p), want = static_cast<float>(formula(a, b));
-            wrong += std::memcmp(&got, &want, sizeof got) != 0;
-          }
-      EXPECT_EQ(wrong, 0) << "member " << member << ", variant " << variant;
-    }
+  for (int w : {1, 5, 37})
+    for (int member = 0; member < 5; ++member)
+      for (Variant variant : {kFused, kWide, kNarrow}) {
+        qrn::simd::SetWideVectors(variant != kNarrow);
+        qrn::simd::SetFusedMultiplyAdd(variant == kFused);
+        auto d0 = Image(w, 3, 3, [&](int x, int y, int p) { return sample(x, y, p, 0); });
+        auto d1 = Image(w, 3, 3, [&](int x, int y, int p) { return sample(x, y, p, 5); });
+        auto& dark = static_cast<CImgDark&>(*d0);
+        if (member == 0) dark.DoInterpolateByScore(d1.get(), t, t0, t1, 0);
+        if (member == 1) dark.DoInterpolateByProportion(d1.get(), t, t0, t1, e0, e1, e, 0);
+        // x = b = 3.1 since |3.1 − 1.9| ≤ |1.9 − (−4)|.
+        if (member == 2) dark.DoInterpolateByPower(d1.get(), t, t0, t1, -4.0, 3.1, 1.9, 6.3, 0);
+        if (member == 3) dark.DoInterpolateByScore(d1.get(), 10.0, t1, t0, 0);
+        if (member == 4) dark.DoInterpolateByScore(d1.get(), -5.0, t0, t1, 0);
+        const Formula* formulas[] = {&score, &proportion, &power, &scoreDown, &scoreBelow};
+        const Formula& formula = *formulas[member];
+        int wrong = 0;
+        for (int p = 0; p < 3; ++p)
+          for (int y = 0; y < 3; ++y)
+            for (int x = 0; x < w; ++x) {
+              const float a = static_cast<float>(sample(x, y, p, 0)), b = At(*d1, x, y, p);
+              const float got = At(*d0, x, y, p), want = static_cast<float>(formula(a, b));
+              wrong += std::memcmp(&got, &want, sizeof got) != 0;
+            }
+        EXPECT_EQ(wrong, 0) << "member " << member << ", variant " << variant << ", width " << w;
+        EXPECT_EQ(d0->GetLockCount() + d1->GetLockCount(), 0);
+      }
   qrn::simd::SetWideVectors(1);
   qrn::simd::SetFusedMultiplyAdd(1);
 }

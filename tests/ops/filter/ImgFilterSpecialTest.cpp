@@ -70,22 +70,26 @@ struct DebugCapture {
 // ---- Digital development ---------------------------------------------------------------
 
 TEST(DigitalDevelopment, PixelAtTheMedianKeepsItsValueOnAwkwardShapes) {
+  // A flat image keeps its value, whether the kernel fits the image or (sigma 20: radius 57)
+  // is far larger than it.
   for (int planes : {1, 3})
-    for (int w : {1, 3, 5, 17}) {
-      auto work = Filled(w, 4, planes, Const(100.0), 0.0, 1000.0);
-      auto dst = MakeImage(w, 4, planes, 0.0, 1000.0);
-      Development dd;
-      dd.background[0] = 50.0;
-      dd.Prepare(*dst, *work);
-      // offset = 50 / 1000 * 255; mult = 100 / 1000 * 255 + offset.
-      EXPECT_FLOAT_EQ(dd.offset[2], 12.75f);
-      EXPECT_FLOAT_EQ(dd.mult[2], 38.25f);
-      dd.Run(*dst, *work);
-      // A few float roundings (scale, divide, multiply, unscale) around 100: well under 1e-3.
-      EXPECT_TRUE(ImagesNear(*dst, *work, 1e-3)) << "planes " << planes << " width " << w;
-      dd.RunAfter(*dst, *work);
-      EXPECT_TRUE(ImagesNear(*dst, *work, 1e-3)) << "planes " << planes << " width " << w;
-    }
+    for (int w : {1, 3, 5, 17})
+      for (double sigma : {1.5, 20.0}) {
+        auto work = Filled(w, 4, planes, Const(100.0), 0.0, 1000.0);
+        auto dst = MakeImage(w, 4, planes, 0.0, 1000.0);
+        Development dd;
+        dd.background[0] = 50.0;
+        for (double& s : dd.sigma) s = sigma;
+        dd.Prepare(*dst, *work);
+        // offset = 50 / 1000 * 255; mult = 100 / 1000 * 255 + offset.
+        EXPECT_FLOAT_EQ(dd.offset[2], 12.75f);
+        EXPECT_FLOAT_EQ(dd.mult[2], 38.25f);
+        dd.Run(*dst, *work);
+        // A few float roundings (scale, divide, multiply, unscale) around 100: well under 1e-3.
+        EXPECT_TRUE(ImagesNear(*dst, *work, 1e-3)) << "planes " << planes << " width " << w << " sigma " << sigma;
+        dd.RunAfter(*dst, *work);
+        EXPECT_TRUE(ImagesNear(*dst, *work, 1e-3)) << "planes " << planes << " width " << w << " sigma " << sigma;
+      }
 }
 
 TEST(DigitalDevelopment, WithoutOffsetASmoothGradientFlattensToTheMedian) {
@@ -106,24 +110,31 @@ TEST(DigitalDevelopment, WithoutOffsetASmoothGradientFlattensToTheMedian) {
 }
 
 TEST(DigitalDevelopment, DisabledOrNonPositiveDivisorKeepsThePixelAsRead) {
+  // Disabled, the pixel is read from the work image, here also from a bordered copy, which is
+  // read centred on this image; only the rectangle is written.
   auto work = Filled(6, 5, 1, [](int x, int y, int) { return 10.0 * x + y; });
-  auto dst = Filled(6, 5, 1, Const(-7.0));
-  Development dd;
-  dd.Prepare(*dst, *work);
-  CRect rect(1, 1, 4, 3);
-  dd.Run(*dst, *work, 0, &rect);
-  for (int y = 0; y < 5; ++y)
-    for (int x = 0; x < 6; ++x) {
-      const bool inside = x >= 1 && x < 4 && y >= 1 && y < 3;
-      EXPECT_EQ(dst->GetPixelGrayRaw(x, y, 0), inside ? 10.0f * x + y : -7.0f) << x << ", " << y;
-    }
-  // An offset below minus every blur makes every divisor negative.
-  dd.offset[0] = -1000.0f;
-  dd.Run(*dst, *work);
-  EXPECT_TRUE(ImagesNear(*dst, *work, 0.0));
-  dd.RunAfter(*dst, *work);
-  // This pass returns through the 0..255 scale in double: one float rounding of the value.
-  EXPECT_TRUE(ImagesNear(*dst, *work, 1e-5));
+  std::unique_ptr<COrbImage> bordered(static_cast<CImgFilter&>(*work).MakeDDWork(2, 0));
+  ASSERT_TRUE(bordered);
+  for (COrbImage* source : {work.get(), bordered.get()}) {
+    auto dst = Filled(6, 5, 1, Const(-7.0));
+    Development dd;
+    dd.Prepare(*dst, *source);
+    CRect rect(1, 1, 4, 3);
+    dd.Run(*dst, *source, 0, &rect);
+    for (int y = 0; y < 5; ++y)
+      for (int x = 0; x < 6; ++x) {
+        const bool inside = x >= 1 && x < 4 && y >= 1 && y < 3;
+        EXPECT_EQ(dst->GetPixelGrayRaw(x, y, 0), inside ? 10.0f * x + y : -7.0f) << x << ", " << y;
+      }
+    if (source != work.get()) continue;
+    // An offset below minus every blur makes every divisor negative.
+    dd.offset[0] = -1000.0f;
+    dd.Run(*dst, *work);
+    EXPECT_TRUE(ImagesNear(*dst, *work, 0.0));
+    dd.RunAfter(*dst, *work);
+    // This pass returns through the 0..255 scale in double: one float rounding of the value.
+    EXPECT_TRUE(ImagesNear(*dst, *work, 1e-5));
+  }
 }
 
 // The pass written out pixel by pixel from its definition, on the blur the preparation built,
@@ -210,9 +221,9 @@ TEST(DigitalDevelopment, FilterPlaneThreeDividesEveryPlaneByTheMeanBlur) {
   for (int p = 0; p < 3; ++p) EXPECT_NEAR(dst->GetPixelGrayRaw(2, 1, p), 100.0, 1e-3);
 }
 
-TEST(DigitalDevelopment, DebuggerLinesAndUnknownKernelType) {
+TEST(DigitalDevelopment, DebuggerLinesUnknownKernelTypeAndBadInput) {
   auto work = MakeImage(4, 4, 1);
-  auto dst = MakeImage(4, 4, 1);
+  auto dst = Filled(4, 4, 1, Const(1.0));
   Development dd;
   for (float& v : dd.offset) v = -3.0f;
   DebugCapture capture;
@@ -223,23 +234,22 @@ TEST(DigitalDevelopment, DebuggerLinesAndUnknownKernelType) {
   EXPECT_EQ(capture.text,
             L"CImgFilterSpecial::DigitalDvlp1\nCImgFilterSpecial::DigitalDvlp2\n"
             L"CImgFilterSpecial::DigitalDvlpGmAftrDdp\n");
+  // Empty rectangles, no work image or a smaller one write nothing.
+  dd.Prepare(*dst, *work);
+  Fill(*dst, Const(1.0));
+  CRect inverted(1, 1, 0, 0), outside(5, 5, 9, 9);
+  dd.Run(*dst, *work, 1, &inverted);
+  dd.Run(*dst, *work, 1, &outside);
+  Special(*dst).DigitalDvlp2(1, dd.gamma, nullptr, dd.filterPlane, dd.gLow, dd.gRange, dd.offset, dd.mult, nullptr,
+                             0);
+  auto larger = Filled(5, 5, 1, Const(1.0));
+  Special(*larger).DigitalDvlp2(1, dd.gamma, work.get(), dd.filterPlane, dd.gLow, dd.gRange, dd.offset, dd.mult,
+                                nullptr, 0);
+  EXPECT_TRUE(ImagesNear(*dst, *Filled(4, 4, 1, Const(1.0)), 0.0));
+  EXPECT_TRUE(ImagesNear(*larger, *Filled(5, 5, 1, Const(1.0)), 0.0));
 }
 
-TEST(DigitalDevelopment, BorderedWorkImageIsReadCentred) {
-  auto src = Filled(9, 7, 1, [](int x, int y, int) { return 40.0 + 3.0 * x + 2.0 * y; });
-  std::unique_ptr<COrbImage> bordered(static_cast<CImgFilter&>(*src).MakeDDWork(2, 0));
-  ASSERT_TRUE(bordered);
-  auto a = MakeImage(9, 7, 1), b = MakeImage(9, 7, 1);
-  Development dd;
-  dd.Prepare(*a, *src);
-  dd.Run(*a, *src, 0);
-  dd.Prepare(*b, *bordered);
-  dd.Run(*b, *bordered, 0);
-  EXPECT_TRUE(ImagesNear(*a, *src, 0.0));
-  EXPECT_TRUE(ImagesNear(*b, *src, 0.0));
-}
-
-TEST(DigitalDevelopment, LevelSourcesAndTheirCarryOverToColourPlanes) {
+TEST(DigitalDevelopment, LevelSourcesTheirCarryOverToColourPlanesAndTheGammaWindow) {
   auto work = Filled(2, 1, 1, [](int x, int, int) { return x ? 90.0 : 10.0; }, 0.0, 70.0);
   work->CalcMinMax();
   auto dst = MakeImage(2, 1, 1, 5.0, 105.0);
@@ -270,15 +280,13 @@ TEST(DigitalDevelopment, LevelSourcesAndTheirCarryOverToColourPlanes) {
   Special(*cdst).DigitalDvlpGetMinMax(3, colour.get(), mn, mx, rg);
   EXPECT_FLOAT_EQ(mn[1], 0.0f);
   EXPECT_FLOAT_EQ(mn[2], 10.0f);
-}
 
-TEST(DigitalDevelopment, GetLevelMapsTheWindowThroughTheGamma) {
-  auto work = Filled(2, 1, 1, [](int x, int, int) { return 100.0 * x; });
-  work->CalcMinMax();  // level source mode 1: 0 .. 100
-  auto dst = MakeImage(2, 1, 1);
+  // A display window mapped through the gamma, on the level source of mode 1: 0 .. 100.
+  auto ramp = Filled(2, 1, 1, [](int x, int, int) { return 100.0 * x; });
+  ramp->CalcMinMax();
   auto level = [&](double g, double lo, double hi) {
     double gamma[3] = {g, 1, 1}, low[3] = {lo, 0, 0}, high[3] = {hi, 0, 0};
-    Special(*dst).DigitalDvlpGetLevel(gamma, 1, work.get(), low, high);
+    Special(*dst).DigitalDvlpGetLevel(gamma, 1, ramp.get(), low, high);
     return std::pair{low[0], high[0]};
   };
   const auto inside = level(2, 25, 64), lowBelow = level(2, -5, 64);
@@ -288,29 +296,6 @@ TEST(DigitalDevelopment, GetLevelMapsTheWindowThroughTheGamma) {
   EXPECT_NEAR(lowBelow.second, 80.0, 1e-4);
   EXPECT_EQ(level(2, 25, 120), std::pair(25.0, 120.0));  // high above the source: left alone
   EXPECT_EQ(level(1, 25, 64), std::pair(25.0, 64.0));    // a gamma of 1 maps nothing
-}
-
-TEST(DigitalDevelopment, BadInputNeverCrashes) {
-  auto tiny = Filled(1, 1, 1, Const(42.0));
-  auto dst = MakeImage(1, 1, 1);
-  Development dd;
-  dd.sigma[0] = 20.0;  // radius 57, far beyond the image
-  dd.background[0] = 10.0;
-  dd.Prepare(*dst, *tiny);
-  dd.Run(*dst, *tiny);
-  // A flat image keeps its value (42 is its median), kernel larger than the image or not.
-  EXPECT_NEAR(dst->GetPixelGrayRaw(0, 0, 0), 42.0f, 1e-3);  // float rounding
-  Fill(*dst, Const(1.0));
-  CRect inverted(1, 1, 0, 0), outside(5, 5, 9, 9);
-  dd.Run(*dst, *tiny, 1, &inverted);
-  dd.Run(*dst, *tiny, 1, &outside);
-  Special(*dst).DigitalDvlp2(1, dd.gamma, nullptr, dd.filterPlane, dd.gLow, dd.gRange, dd.offset, dd.mult, nullptr,
-                             0);
-  auto smaller = MakeImage(1, 1, 1), larger = MakeImage(3, 3, 1);
-  Special(*larger).DigitalDvlp2(1, dd.gamma, smaller.get(), dd.filterPlane, dd.gLow, dd.gRange, dd.offset, dd.mult,
-                                nullptr, 0);
-  EXPECT_EQ(dst->GetPixelGrayRaw(0, 0, 0), 1.0f);
-  EXPECT_EQ(larger->GetPixelGrayRaw(1, 1, 0), 0.0f);
 }
 
 // ---- Star and nebula filters -----------------------------------------------------------

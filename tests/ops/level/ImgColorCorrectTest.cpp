@@ -17,7 +17,7 @@ std::unique_ptr<COrbImage> Rgb(float r, float g, float b) {
   return Make(3, 2, 3, 0, 255, [&](int, int, int p) { return p == 0 ? r : p == 1 ? g : b; });
 }
 
-TEST(ImgColorCorrect, IdentityReproducesTheSourceAndHalfStrengthBlends) {
+TEST(ImgColorCorrect, IdentityReproducesHalfStrengthBlendsAndTheMatrixActsAboutBlack) {
   auto src = leveltest::Noise(17, 3, 3, 900, 5000);
   COrbImage dst(*src);
   tagMATRIX m = kIdentity, swap = kSwapRedBlue;
@@ -39,15 +39,14 @@ TEST(ImgColorCorrect, IdentityReproducesTheSourceAndHalfStrengthBlends) {
   COrbImage full(*bright);
   static_cast<CImgColorCorrect&>(full).Do(&m, 1.0, 0, 0.0f, 0, bright.get(), nullptr, 0);
   EXPECT_EQ(full.GetPixelGrayRaw(1, 1, 0), std::numeric_limits<float>::infinity());
-}
 
-TEST(ImgColorCorrect, MatrixActsAboutTheBlackPoint) {
-  // Black 20 on every plane; a doubling matrix moves 120 to 20 + 2·100 and keeps 20 at 20.
-  auto src = Make(2, 1, 3, 0, 255, [](int x, int, int) { return x == 0 ? 20 : 120; });
-  tagMATRIX m{2, 0, 0, 0, 2, 0, 0, 0, 2};
-  COrbImage given(*src), found(*src);
-  static_cast<CImgColorCorrect&>(given).Do(&m, 1.0, 2, 20.0f, 0, src.get(), nullptr, 0);
-  static_cast<CImgColorCorrect&>(found).Do(&m, 1.0, 1, 0.0f, 0, src.get(), nullptr, 0);  // minimum is 20
+  // The matrix acts about the black point, given or found: black 20 on every plane; a
+  // doubling matrix moves 120 to 20 + 2·100 and keeps 20 at 20.
+  auto neutral = Make(2, 1, 3, 0, 255, [](int x, int, int) { return x == 0 ? 20 : 120; });
+  tagMATRIX twice{2, 0, 0, 0, 2, 0, 0, 0, 2};
+  COrbImage given(*neutral), found(*neutral);
+  static_cast<CImgColorCorrect&>(given).Do(&twice, 1.0, 2, 20.0f, 0, neutral.get(), nullptr, 0);
+  static_cast<CImgColorCorrect&>(found).Do(&twice, 1.0, 1, 0.0f, 0, neutral.get(), nullptr, 0);  // minimum is 20
   for (const COrbImage* image : {&given, &found})
     for (int p = 0; p < 3; ++p) {
       EXPECT_FLOAT_EQ(image->GetPixelGrayRaw(0, 0, p), 20.0f);

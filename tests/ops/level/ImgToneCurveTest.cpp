@@ -11,57 +11,48 @@ using leveltest::Make;
 
 namespace {
 
-// Level window 0..255 makes the raw value the 0..255 value, so results read directly.
-float Apply(float** curves, int n, float v, int planes = 1, int plane = 0) {
-  auto src = Make(1, 1, planes, 0, 255, [&](int, int, int) { return v; });
+// Level window lo..lo + 255 makes the raw value the 0..255 value plus lo, so results read directly.
+float Apply(float** curves, int n, float v, int planes = 1, int plane = 0, double lo = 0) {
+  auto src = Make(1, 1, planes, lo, lo + 255, [&](int, int, int) { return v; });
   COrbImage dst(*src);
   static_cast<CImgToneCurve&>(dst).Do(curves, n, src.get(), nullptr, 0, 0);
   return dst.GetPixelGrayRaw(0, 0, plane);
 }
 
-TEST(ImgToneCurve, LookupTruncatesWithoutInterpolating) {
-  float curve[3] = {0.0f, 0.5f, 1.0f};
-  float* curves[1] = {curve};
-  // Index trunc(t·2/255): 127 -> 0, 127.5 -> 1, 254.9 -> 1, 255 -> 2.
+TEST(ImgToneCurve, HandWorkedLookupEndsAndColourOrder) {
+  float steps[3] = {0.0f, 0.5f, 1.0f}, rising[3] = {0.0f, 0.2f, 0.6f}, flat[3] = {0.0f, 0.7f, 0.7f},
+        falling[3] = {0.0f, 0.9f, 0.5f}, high[2] = {0.8f, 0.9f};
+  float* curves[1] = {steps};
+  // Lookup truncates without interpolating. Index trunc(t·2/255): 127 -> 0, 127.5 -> 1,
+  // 254.9 -> 1, 255 -> 2.
   EXPECT_EQ(Apply(curves, 3, 127.0f), 0.0f);
   EXPECT_EQ(Apply(curves, 3, 127.5f), 127.5f);
   EXPECT_EQ(Apply(curves, 3, 254.9f), 127.5f);
   EXPECT_EQ(Apply(curves, 3, 255.0f), 255.0f);
-}
-
-TEST(ImgToneCurve, ExtendsBeyondItsEnds) {
-  float rising[3] = {0.0f, 0.2f, 0.6f}, flat[3] = {0.0f, 0.7f, 0.7f}, falling[3] = {0.0f, 0.9f, 0.5f};
-  float* curves[1] = {rising};
-  // Last segment rises 0.4 of 255 over 127.5: slope 0.8 from (153, 153) -> 153 + 147·0.8.
-  // Float rounding of 0.6·255 and the slope stays within 1e-4.
+  // Beyond the top: the last segment of `rising` climbs 0.4 of 255 over 127.5, slope 0.8 from
+  // (153, 153) -> 153 + 147·0.8. Float rounding of 0.6·255 and the slope stays within 1e-4.
+  curves[0] = rising;
   EXPECT_NEAR(Apply(curves, 3, 300.0f), 270.6f, 1e-4);
   EXPECT_NEAR(CImgToneCurve::CalcToneCurve(rising, 2, 300.0f), 270.6f, 1e-4);
   curves[0] = flat;
   EXPECT_NEAR(Apply(curves, 3, 400.0f), 0.7f * 255.0f, 1e-4);
   curves[0] = falling;  // a falling end is continued flat, never downwards
   EXPECT_NEAR(Apply(curves, 3, 400.0f), 0.5f * 255.0f, 1e-4);
-}
+  // Below the level minimum: the minimum, whatever the curve.
+  curves[0] = high;
+  for (float v : {999.0f, 899.0f}) EXPECT_EQ(Apply(curves, 2, v, 1, 0, 1000), 1000.0f) << v;
 
-TEST(ImgToneCurve, BelowTheLevelMinimumGivesTheMinimumWhateverTheCurve) {
-  float curve[2] = {0.8f, 0.9f};
-  float* curves[1] = {curve};
-  auto src = Make(3, 1, 1, 1000, 2000, [](int x, int, int) { return 999.0f - x * 100; });
-  COrbImage dst(*src);
-  static_cast<CImgToneCurve&>(dst).Do(curves, 2, src.get(), nullptr, 0, 0);
-  for (int x = 0; x < 3; ++x) EXPECT_EQ(dst.GetPixelGrayRaw(x, 0, 0), 1000.0f);
-}
-
-TEST(ImgToneCurve, ColourPlanesPassTheirOwnCurveThenTheMaster) {
+  // Colour planes pass their own curve, then the master.
   float master[3] = {0.0f, 0.5f, 1.0f}, lift[3] = {0.6f, 0.6f, 1.0f}, identity[256], dark[3] = {0, 0, 0};
   for (int i = 0; i < 256; ++i) identity[i] = i / 255.0f;
-  float* curves[4] = {master, lift, identity, dark};
+  float* colour[4] = {master, lift, identity, dark};
   // Red 100: own curve -> 0.6·255 = 153, master index trunc(153·2/255) = 1 -> 127.5.
-  EXPECT_EQ(Apply(curves, 3, 100.0f, 3, 0), 127.5f);
+  EXPECT_EQ(Apply(colour, 3, 100.0f, 3, 0), 127.5f);
   // Blue: own curve 0, master index 0 -> 0.
-  EXPECT_EQ(Apply(curves, 3, 100.0f, 3, 2), 0.0f);
+  EXPECT_EQ(Apply(colour, 3, 100.0f, 3, 2), 0.0f);
 }
 
-TEST(ImgToneCurve, HAlphaStretchesRedTwiceGreenOnceAndThresholdZeroKeepsTheImage) {
+TEST(ImgToneCurve, HAlphaStretchesRedTwiceGreenOnceThresholdZeroKeepsAndLevelFromPlaneZero) {
   auto src = Make(17, 2, 3, 0, 255, [](int, int, int) { return 50; });
   COrbImage dst(*src);
   static_cast<CImgToneCurve&>(dst).DoHAlpha(0.5, 1.0, src.get(), nullptr, 0);
@@ -75,15 +66,14 @@ TEST(ImgToneCurve, HAlphaStretchesRedTwiceGreenOnceAndThresholdZeroKeepsTheImage
   static_cast<CImgToneCurve&>(same).DoHAlpha(0.0, 3.0, ramp.get(), nullptr, 0);
   // Identity points i/255 in float times 255 come back within 1e-4 of i.
   for (int x = 0; x < 256; ++x) EXPECT_NEAR(same.GetPixelGrayRaw(x, 0, 0), x, 1e-4);
-}
 
-TEST(ImgToneCurve, HAlphaLevelUsesPlaneZeroRangeOnEveryPlane) {
-  auto src = Make(4, 3, 3, 0, 1, [](int x, int y, int p) { return 10.0 * p + x + y; });
-  COrbImage dst(*src);
-  static_cast<CImgToneCurve&>(dst).DoHAlphaLevel(2.0, src.get());
+  // The level window of every plane comes from plane 0's range.
+  auto planes = Make(4, 3, 3, 0, 1, [](int x, int y, int p) { return 10.0 * p + x + y; });
+  COrbImage level(*planes);
+  static_cast<CImgToneCurve&>(level).DoHAlphaLevel(2.0, planes.get());
   for (int p = 0; p < 3; ++p) {
-    EXPECT_EQ(dst.GetLevelMin(p), 0.0);
-    EXPECT_EQ(dst.GetLevelMax(p), 10.0);  // plane 0 maximum 5, times 2
+    EXPECT_EQ(level.GetLevelMin(p), 0.0);
+    EXPECT_EQ(level.GetLevelMax(p), 10.0);  // plane 0 maximum 5, times 2
   }
 }
 
@@ -100,18 +90,12 @@ TEST(ImgToneCurve, EverySampleFollowsTheScalarRuleOnEveryRowVariant) {
       COrbImage dst(*src);
       static_cast<CImgToneCurve&>(dst).Do(curves, 5, src.get(), &rect, 0, 0);
       const float lo = 100.0f, k = static_cast<float>(255.0 / 800.0);
-      int wrong = 0;
-      for (int p = 0; p < planes; ++p)
-        for (int y = 0; y < src->GetHeight(); ++y)
-          for (int x = 0; x < src->GetWidth(); ++x) {
-            const float v = src->GetPixelGrayRaw(x, y, p), t = (v - lo) * k;
-            float u = CImgToneCurve::ApplyCurve(planes == 1 ? curve : curves[p + 1], 4, t);
-            if (planes == 3) u = CImgToneCurve::ApplyCurve(curve, 4, u);
-            const float expected = x >= rect.left && x < rect.right ? u / k + lo : v;
-            const float got = dst.GetPixelGrayRaw(x, y, p);
-            wrong += !(got == expected || (std::isnan(got) && std::isnan(expected)));
-          }
-      EXPECT_EQ(wrong, 0) << planes << " planes, wide " << wide << ", stream " << stream;
+      EXPECT_EQ(leveltest::Mismatches(dst, [&](int x, int y, int p) {
+                  const float v = src->GetPixelGrayRaw(x, y, p), t = (v - lo) * k;
+                  float u = CImgToneCurve::ApplyCurve(planes == 1 ? curve : curves[p + 1], 4, t);
+                  if (planes == 3) u = CImgToneCurve::ApplyCurve(curve, 4, u);
+                  return x >= rect.left && x < rect.right ? u / k + lo : v;
+                }), 0) << planes << " planes, wide " << wide << ", stream " << stream;
     });
   }
 }

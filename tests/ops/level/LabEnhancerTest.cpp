@@ -45,14 +45,8 @@ int Mismatches(const CLabEnhancer& e, const Planes& in, bool inPlace, int& fallb
 }
 
 CLabEnhancer::Levels Window(double lo, double hi, double dstLo, double dstHi) {
-  CLabEnhancer::Levels l;
-  for (int k = 0; k < 3; ++k) {
-    l.srcMin[k] = lo;
-    l.srcScale[k] = 255.0 / (hi - lo);
-    l.dstMin[k] = dstLo;
-    l.dstScale[k] = (dstHi - dstLo) / 255.0;
-  }
-  return l;
+  const double s = 255.0 / (hi - lo), d = (dstHi - dstLo) / 255.0;
+  return {{lo, lo, lo}, {s, s, s}, {dstLo, dstLo, dstLo}, {d, d, d}};
 }
 
 void ForEachPath(const std::function<void(int)>& body) {

@@ -2,6 +2,7 @@
 #pragma once
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstring>
 #include <limits>
 #include <memory>
@@ -39,6 +40,19 @@ inline bool BitEqual(const COrbImage& a, const COrbImage& b) {
     for (int y = 0; y < a.GetHeight(); ++y)
       if (std::memcmp(a.GetImageAdr(0, y, p), b.GetImageAdr(0, y, p), sizeof(float) * a.GetWidth())) return false;
   return true;
+}
+
+/// The number of samples of image other than the float of want(x, y, p); NaN matches NaN.
+template <class F>
+int Mismatches(const COrbImage& image, F want) {
+  int wrong = 0;
+  for (int p = 0; p < image.GetPlanes(); ++p)
+    for (int y = 0; y < image.GetHeight(); ++y)
+      for (int x = 0; x < image.GetWidth(); ++x) {
+        const float got = image.GetPixelGrayRaw(x, y, p), expected = static_cast<float>(want(x, y, p));
+        wrong += !(got == expected || (std::isnan(got) && std::isnan(expected)));
+      }
+  return wrong;
 }
 
 /// Runs a test body on the scalar path (mask 0) and on the detected path (mask −1).
