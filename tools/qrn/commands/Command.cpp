@@ -1,8 +1,11 @@
 // Helpers shared by the subcommands.
 #include "commands/Command.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <limits>
+#include <vector>
 
 #include "Error.h"
 #include "io/ImageFiles.h"
@@ -54,6 +57,31 @@ std::string ApplyLevels(COrbImage& image, const CArgs& args) {
   throw CQrnError("--method", "unknown level method '" + method + "' (histogram, mean, median, normal)", true);
 }
 
+namespace {
+
+float LibraryMedian(CImgAutoLevel& stats, int plane) {
+  float median = 0;
+  stats.GetMedian(&median, 0, 0, plane, nullptr);
+  return median;
+}
+
+// The median of the finite samples, the upper middle one for an even count, as the library
+// takes it over every sample; it would sort the undefined (NaN) ones in among them.
+float MedianOfDefined(const COrbImage& image, int plane) {
+  std::vector<float> defined;
+  for (int y = 0; y < image.GetHeight(); ++y) {
+    const float* line = image.GetImageAdr(0, y, plane);
+    for (int x = 0; x < image.GetWidth(); ++x)
+      if (std::isfinite(line[x])) defined.push_back(line[x]);
+  }
+  if (defined.empty()) return std::numeric_limits<float>::quiet_NaN();
+  const auto middle = defined.begin() + defined.size() / 2;
+  std::nth_element(defined.begin(), middle, defined.end());
+  return *middle;
+}
+
+}  // namespace
+
 CPlaneStats MeasurePlane(COrbImage& image, int plane) {
   auto& stats = static_cast<CImgAutoLevel&>(image);
   CPlaneStats s;
@@ -64,9 +92,8 @@ CPlaneStats MeasurePlane(COrbImage& image, int plane) {
   s.min = finite.min;
   s.max = finite.max;
   s.mean = finite.mean;
-  float median = 0;
-  stats.GetMedian(&median, 0, 0, plane, nullptr);
-  s.median = median;
+  const bool allDefined = finite.count == static_cast<long long>(image.GetWidth()) * image.GetHeight();
+  s.median = allDefined ? LibraryMedian(stats, plane) : MedianOfDefined(image, plane);
   double sd = 0;
   stats.GetLevelRangeStd(float(s.min), float(s.max), &sd, plane, nullptr);
   for (int i = 0; i < 10 && sd > 0; ++i) {
