@@ -7,29 +7,24 @@
 
 namespace {
 
-TEST(ColorTest, BlackUsesUnitGammaAndMapsToZero) {
+TEST(ColorTest, BlackGreyAndGammaByHand) {
+  // Black uses unit gamma and maps to zero both ways.
   CColor c, d;
   c.RgbToXyz(0, 0, 0);
   d.XyzToRgb(0, 0, 0);
   for (double v : {c.GetX(), c.GetY(), c.GetZ(), d.GetR(), d.GetG(), d.GetB()}) EXPECT_EQ(v, 0.0);
-}
 
-TEST(ColorTest, UnitGreyIsTheWhitePoint) {
-  CColor c;
+  // Unit grey is the white point: each matrix row sums to 5.6508 within one rounding of the
+  // three products; L = 116 * cbrt(1) - 16, the cube root via pow maybe one ulp off.
   c.RgbToLab(1, 1, 1);
-  // Each matrix row sums to 5.6508 within one rounding of the three products.
   for (double v : {c.GetX(), c.GetY(), c.GetZ()}) EXPECT_NEAR(v, 5.6508, 1e-14);
-  // L = 116 * cbrt(1) - 16; the cube root via pow may be one ulp off.
   EXPECT_NEAR(c.GetL(), 100.0, 1e-12);
   for (double v : {c.Geta(), c.Getb()}) EXPECT_NEAR(v, 0.0, 1e-12);
-}
 
-TEST(ColorTest, GammaScalesAllComponentsByOneFactor) {
-  CColor c;
+  // Gamma scales all components by one factor: m = 0.5, so the linear values are the inputs
+  // times 0.5^1.2. Relative tolerance: the stored exponent differs from 1.2 by one ulp.
   c.RgbToXyz(0.2, 0.5, 0.8);
-  // m = 0.5: the linear values are the inputs times 0.5^1.2, worked out here by hand.
   const double f = std::pow(0.5, 1.2);
-  // Relative tolerance: the stored exponent differs from 1.2 by one ulp.
   EXPECT_NEAR(c.GetR(), 0.2 * f, 1e-15);
   EXPECT_NEAR(c.GetG(), 0.5 * f, 1e-15);
   EXPECT_NEAR(c.GetB(), 0.8 * f, 1e-15);

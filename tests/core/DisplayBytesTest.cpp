@@ -10,7 +10,7 @@
 #include <random>
 #include <vector>
 
-#include "kernels/Vec4.h"
+#include "core/CoreTest.h"
 
 namespace {
 
@@ -72,44 +72,31 @@ int CountWrongBytes(const Window& w, const std::vector<float>& samples) {
 TEST(CDisplayBytesTest, EveryStepEdgeAndSpecialSampleFollowsTheRuleOnBothWidths) {
   // Windows a host really uses (8-bit and 16-bit data shown whole, where integer samples land
   // exactly on the steps, a stretched sky, negative levels), ranges wider than the window, a
-  // window far from zero where the float estimate is not used, a tiny window and an empty one.
-  const std::vector<Window> windows = {
+  // window far from zero where the float estimate is not used, a tiny window and an empty one;
+  // then random windows.
+  std::vector<Window> windows = {
       {0, 255, 255},          {0, 255, 256},           {0, 65535, 65535},
       {1012.5, 3871.25, 3871.25 - 1012.5},             {-1e4, -12.75, 9987.25},
       {0, 1, 1},              {100, 200, 400},         {1e6, 1e6 + 3, 3},
       {0.5, 0.5 + 1e-5, 1e-5}, {7, 7, 0},              {0.0, 1e30, 1e30}};
   std::mt19937 rng(11);
-  for (int wide : {1, 0}) {
-    qrn::simd::SetWideVectors(wide);
+  std::uniform_real_distribution<double> level(-5e4, 5e4);
+  for (int trial = 0; trial < 60; ++trial) {
+    double lo = level(rng), hi = level(rng);
+    if (lo > hi) std::swap(lo, hi);
+    windows.push_back({lo, hi, hi - lo});
+  }
+  coretest::OnBothWidths([&](int wide) {
     for (const Window& w : windows) {
       const std::vector<float> hard = HardSamples(w.min, w.max, w.range, rng);
       EXPECT_EQ(CountWrongBytes(w, hard), 0)
           << "window [" << w.min << ", " << w.max << "] range " << w.range << " wide " << wide;
-      // The specials at the head of the list, in rows short enough that they fall in a tail.
-      for (std::size_t n = 1; n <= 17; ++n)
+      // The specials at the head of the list, in rows short enough that they fall in a tail
+      // or in one block and a tail.
+      for (std::size_t n = 1; n <= 70; ++n)
         EXPECT_EQ(CountWrongBytes(w, std::vector<float>(hard.begin(), hard.begin() + n)), 0) << "row of " << n;
     }
-  }
-  qrn::simd::SetWideVectors(1);
-}
-
-TEST(CDisplayBytesTest, RandomWindowsAndRaggedRowLengths) {
-  std::mt19937 rng(5);
-  std::uniform_real_distribution<double> level(-5e4, 5e4);
-  std::uniform_int_distribution<int> length(1, 70);
-  for (int trial = 0; trial < 60; ++trial) {
-    double lo = level(rng), hi = level(rng);
-    if (lo > hi) std::swap(lo, hi);
-    const Window w{lo, hi, hi - lo};
-    std::vector<float> samples = HardSamples(lo, hi, hi - lo, rng);
-    samples.resize(length(rng));  // short rows: only the tail loop or one block and a tail
-    for (int wide : {1, 0}) {
-      qrn::simd::SetWideVectors(wide);
-      EXPECT_EQ(CountWrongBytes(w, HardSamples(lo, hi, hi - lo, rng)), 0) << "trial " << trial;
-      EXPECT_EQ(CountWrongBytes(w, samples), 0) << "trial " << trial;
-    }
-  }
-  qrn::simd::SetWideVectors(1);
+  });
 }
 
 }  // namespace

@@ -9,7 +9,7 @@
 #include "common/ThreadTeam.h"
 #include "platform/Parallel.h"
 
-TEST(CLineLoop, VisitsEveryLineOnceInContiguousChunksAndReleasesItsLocks) {
+TEST(CLineLoop, VisitsEveryLineOnceInContiguousChunksReleasesItsLocksAndRethrows) {
   COrbImage src(-32, 33, 101, 3), dst(-32, 33, 101, 3);
   std::vector<int> owner(101, -1);
   CLineLoop loop(dst);
@@ -29,39 +29,29 @@ TEST(CLineLoop, VisitsEveryLineOnceInContiguousChunksAndReleasesItsLocks) {
   // Static scheduling: thread slots never decrease along the lines, and the team shares them.
   for (int y = 1; y < 101; ++y) EXPECT_LE(owner[y - 1], owner[y]);
   EXPECT_TRUE(CParallel::GetMaxThreads() == 1 || owner[100] > 0);
-}
-
-TEST(CLineLoop, AnExceptionInTheBodyStopsTheLoopAndIsRethrownOnTheCaller) {
-  COrbImage image(-32, 4, 64, 1);
-  CLineLoop loop(image);
-  EXPECT_THROW(loop.Run(0, 64, [](int y) {
+  // An exception in the body stops the loop and is rethrown on the caller.
+  const auto throwAtFive = [](int y) {
     if (y == 5) throw std::runtime_error("line 5");
-  }),
-               std::runtime_error);
+  };
+  EXPECT_THROW(CLineLoop(dst).Run(0, 101, throwAtFive), std::runtime_error);
 }
 
-TEST(CLineLoop, EscapeCancelsACancellableLoopOnlyWhenProgressIsShown) {
+TEST(CLineLoop, EscapeCancelsACancellableLoopOnly) {
   MSG msg;
   while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE)) {
   }
   COrbImage image(-32, 4, 1000, 1);
-  image.ShowProgressInit(1, 6119, 1000);
-  PostMessageW(nullptr, WM_KEYDOWN, VK_ESCAPE, 0);
-  std::atomic<int> lines{0};
-  CLineLoop cancellable(image, true);
-  EXPECT_FALSE(cancellable.Run(0, 1000, [&](int) { ++lines; }));
-  EXPECT_TRUE(cancellable.IsCancelled());
-  EXPECT_LT(lines.load(), 1000);
-  image.ShowProgressEnd(nullptr);
-
-  // A short per-pixel operation ignores the answer and always finishes.
-  image.ShowProgressInit(1, 6124, 1000);
-  PostMessageW(nullptr, WM_KEYDOWN, VK_ESCAPE, 0);
-  lines = 0;
-  CLineLoop always(image, false);
-  EXPECT_TRUE(always.Run(0, 1000, [&](int) { ++lines; }));
-  EXPECT_EQ(lines.load(), 1000);
-  image.ShowProgressEnd(nullptr);
+  // A short per-pixel operation is not cancellable: it ignores the answer and always finishes.
+  for (bool cancellable : {true, false}) {
+    image.ShowProgressInit(1, 6119, 1000);
+    PostMessageW(nullptr, WM_KEYDOWN, VK_ESCAPE, 0);
+    std::atomic<int> lines{0};
+    CLineLoop loop(image, cancellable);
+    EXPECT_EQ(loop.Run(0, 1000, [&](int) { ++lines; }), !cancellable);
+    EXPECT_EQ(loop.IsCancelled(), cancellable);
+    EXPECT_EQ(lines.load() < 1000, cancellable) << lines.load() << " lines";
+    image.ShowProgressEnd(nullptr);
+  }
 }
 
 TEST(CLineLoop, BatchedReportsCarryTheUnitsDoneSinceTheLastReport) {

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "core/MessageTable.h"
@@ -7,36 +8,32 @@
 
 namespace {
 
-struct Event {
-  WPARAM code;
-  LPARAM value;
-  std::wstring text;
-};
+// A host window that records every progress message it receives: the code, and the text of
+// a code that carries one or else the value.
+struct HostWindow {
+  struct Event {
+    WPARAM code;
+    LPARAM value;
+    std::wstring text;
+  };
+  std::vector<Event> events;
+  HWND handle = CreateMessageWindow([this](HWND, UINT msg, WPARAM w, LPARAM l) -> LRESULT {
+    if (msg != WM_QRN_PROGRESS) return 0;
+    const bool carriesText = w == kProgressInit || w == kProgressEnd || w == kProgressMessage || w == kProgressSetHeader;
+    const auto* text = carriesText ? reinterpret_cast<const wchar_t*>(l) : nullptr;
+    events.push_back({w, carriesText ? 0 : l, text ? text : L""});
+    return 0;
+  });
 
-// A host window that records every progress message it receives.
-class HostWindow {
- public:
-  HostWindow() {
-    m_hwnd = CreateMessageWindow([this](HWND, UINT msg, WPARAM w, LPARAM l) -> LRESULT {
-      if (msg != WM_QRN_PROGRESS) return 0;
-      const bool carriesText = w == kProgressInit || w == kProgressEnd || w == kProgressMessage || w == kProgressSetHeader;
-      const auto* text = carriesText ? reinterpret_cast<const wchar_t*>(l) : nullptr;
-      events.push_back({w, carriesText ? 0 : l, text ? text : L""});
-      return 0;
-    });
-    Drain();
-  }
-  ~HostWindow() { DestroyWindow(m_hwnd); }
-  HWND Handle() const { return m_hwnd; }
+  HostWindow() { Drain(); }
+  ~HostWindow() { DestroyWindow(handle); }
   static void Drain() {
     MSG msg;
     while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE)) {
     }
   }
   int Count(WPARAM code) const {
-    int n = 0;
-    for (const auto& e : events) n += e.code == code;
-    return n;
+    return int(std::count_if(events.begin(), events.end(), [&](const Event& e) { return e.code == code; }));
   }
   std::vector<LPARAM> Percentages() const {
     std::vector<LPARAM> out;
@@ -44,10 +41,14 @@ class HostWindow {
       if (e.code == kProgressStep) out.push_back(e.value);
     return out;
   }
-  std::vector<Event> events;
+};
 
- private:
-  HWND m_hwnd;
+// An image that reports to a recording host window.
+class Progress : public ::testing::Test {
+ protected:
+  Progress() { image.SetProgressHandle(host.handle); }
+  HostWindow host;
+  COrbImage image{-32, 1, 1, 1};
 };
 
 // An operation-shaped loop: init with a title number, a report per line, end.
@@ -64,17 +65,14 @@ int RunOperation(COrbImage& image, int enable, int lines, int titleId = 6124) {
 
 }  // namespace
 
-TEST(Progress, SentCodesArriveAtOnceAndPostedPercentagesWhenTheCallerPumps) {
-  HostWindow host;
-  COrbImage image(-32, 4, 4, 1);
-  image.SetProgressHandle(host.Handle());
+TEST_F(Progress, SentCodesArriveAtOnceAndPostedPercentagesWhenTheCallerPumps) {
   image.ShowProgressInit(1, 6124, 100);
   ASSERT_EQ(host.events.size(), 1u);  // sent synchronously
   EXPECT_EQ(host.events[0].code, kProgressInit);
   EXPECT_EQ(host.events[0].text, std::wstring(L"反転処理中..."));
 
   // Step is 100 / 50 = 2: counter 1 > threshold 0 posts 1%; the next post needs counter > 2.
-  PostMessageW(host.Handle(), WM_QRN_PROGRESS, kProgressStep, 777);  // queued before the report
+  PostMessageW(host.handle, WM_QRN_PROGRESS, kProgressStep, 777);  // queued before the report
   EXPECT_EQ(host.Count(kProgressStep), 0);
   EXPECT_EQ(image.ShowProgress(1), 1);  // pumps: both posted messages reach the handler
   ASSERT_EQ(host.Percentages(), (std::vector<LPARAM>{777, 1}));
@@ -95,10 +93,7 @@ TEST(Progress, SentCodesArriveAtOnceAndPostedPercentagesWhenTheCallerPumps) {
   EXPECT_FALSE(image.IsProgressEnabled());
 }
 
-TEST(Progress, StepIsOneFiftiethOfTheTotalAndABigReportPostsOnce) {
-  HostWindow host;
-  COrbImage image(-32, 1, 1, 1);
-  image.SetProgressHandle(host.Handle());
+TEST_F(Progress, StepIsOneFiftiethOfTheTotalAndABigReportPostsOnce) {
   EXPECT_EQ(RunOperation(image, 1, 49), 49);
   EXPECT_EQ(host.Count(kProgressStep), 49);  // step 1: every report posts
   host.events.clear();
@@ -117,10 +112,7 @@ TEST(Progress, StepIsOneFiftiethOfTheTotalAndABigReportPostsOnce) {
   image.ShowProgressEnd(nullptr);
 }
 
-TEST(Progress, IndeterminateModePassesTheArgumentThroughAndZeroTotalReportsCompletion) {
-  HostWindow host;
-  COrbImage image(-32, 1, 1, 1);
-  image.SetProgressHandle(host.Handle());
+TEST_F(Progress, IndeterminateModePassesTheArgumentThroughAndZeroTotalReportsCompletion) {
   CString title;
   title.Format(CMessageTable::Load(6156), 3);
   image.ShowProgressInit(title);
@@ -137,35 +129,33 @@ TEST(Progress, IndeterminateModePassesTheArgumentThroughAndZeroTotalReportsCompl
   EXPECT_EQ(host.Percentages(), (std::vector<LPARAM>{100}));
 }
 
-TEST(Progress, QueuedEscapeCancelsAtTheFirstReportOnlyWithProgressOn) {
-  HostWindow host;
-  COrbImage image(-32, 1, 1, 1);
-  image.SetProgressHandle(host.Handle());
-  PostMessageW(host.Handle(), WM_KEYDOWN, 'A', 0);  // other keys are swallowed
-  PostMessageW(host.Handle(), WM_KEYDOWN, VK_ESCAPE, 0);
+TEST_F(Progress, QueuedEscapeCancelsAtTheFirstReportOnlyWithProgressOn) {
+  PostMessageW(host.handle, WM_KEYDOWN, 'A', 0);  // other keys are swallowed
+  PostMessageW(host.handle, WM_KEYDOWN, VK_ESCAPE, 0);
   EXPECT_EQ(RunOperation(image, 1, 100), 0);
   EXPECT_EQ(host.Count(kProgressEnd), 1);
 
   // With progress off nothing cancels, nothing is sent and the idle state never pumps.
   host.events.clear();
-  PostMessageW(host.Handle(), WM_KEYDOWN, VK_ESCAPE, 0);
+  PostMessageW(host.handle, WM_KEYDOWN, VK_ESCAPE, 0);
   EXPECT_EQ(RunOperation(image, 0, 100), 100);
   EXPECT_TRUE(host.events.empty());
   MSG msg;
   EXPECT_TRUE(PeekMessageW(&msg, nullptr, WM_KEYDOWN, WM_KEYDOWN, PM_REMOVE));
 }
 
-TEST(Progress, NullWindowAndNullTextsAreAllowed) {
+TEST_F(Progress, NullWindowAndNullTextsAreAllowed) {
   HostWindow::Drain();
-  COrbImage image(-32, 1, 1, 1);
-  image.ShowProgressInit(1, static_cast<const wchar_t*>(nullptr), 10);
-  image.ShowProgressMsg(static_cast<const wchar_t*>(nullptr));
-  image.ShowProgressSetHeader(nullptr);
-  EXPECT_EQ(image.ShowProgress(3), 1);
+  COrbImage bare(-32, 1, 1, 1);
+  bare.ShowProgressInit(1, static_cast<const wchar_t*>(nullptr), 10);
+  bare.ShowProgressMsg(static_cast<const wchar_t*>(nullptr));
+  bare.ShowProgressSetHeader(nullptr);
+  EXPECT_EQ(bare.ShowProgress(3), 1);
   // Escape is still tested without a window.
   PostMessageW(nullptr, WM_KEYDOWN, VK_ESCAPE, 0);
-  EXPECT_EQ(image.ShowProgress(1), 0);
-  image.ShowProgressEnd(nullptr);
-  image.ShowProgressInit(1, 6199, 10);  // a number outside the table sends a null title
-  image.ShowProgressEnd(nullptr);
+  EXPECT_EQ(bare.ShowProgress(1), 0);
+  bare.ShowProgressEnd(nullptr);
+  bare.ShowProgressInit(1, 6199, 10);  // a number outside the table sends a null title
+  bare.ShowProgressEnd(nullptr);
+  EXPECT_TRUE(host.events.empty());
 }

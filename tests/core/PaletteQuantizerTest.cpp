@@ -3,26 +3,12 @@
 
 #include <algorithm>
 #include <random>
+#include <tuple>
 #include <vector>
 
 #include "core/PaletteQuantizer.h"
 
 namespace {
-
-TEST(PaletteQuantizerTest, FewColoursGetTheirOwnEntries) {
-  const BYTE r[] = {0, 255, 0, 255, 12};
-  const BYTE g[] = {0, 0, 255, 255, 34};
-  const BYTE b[] = {0, 0, 0, 255, 56};
-  CPaletteQuantizer q;
-  q.AddPixels(r, g, b, 5);
-  EXPECT_EQ(q.BuildPalette(256), 5);
-  for (int i = 0; i < 5; ++i) {
-    const RGBQUAD e = q.GetPalette()[q.Map(r[i], g[i], b[i])];
-    EXPECT_EQ(e.rgbRed, r[i]);
-    EXPECT_EQ(e.rgbGreen, g[i]);
-    EXPECT_EQ(e.rgbBlue, b[i]);
-  }
-}
 
 TEST(PaletteQuantizerTest, RowsCountedOnTheThreadTeamGiveThePaletteOfOnePassInAnyOrder) {
   // Rows counted by the team (each thread into its own histogram) against the same pixels
@@ -54,7 +40,16 @@ TEST(PaletteQuantizerTest, RowsCountedOnTheThreadTeamGiveThePaletteOfOnePassInAn
   EXPECT_EQ(wrong, 0);
 }
 
-TEST(PaletteQuantizerTest, TwoClustersSplitIntoTwoWeightedMeans) {
+TEST(PaletteQuantizerTest, FewColoursGetTheirOwnEntriesAndTwoClustersTwoWeightedMeans) {
+  const BYTE fr[] = {0, 255, 0, 255, 12}, fg[] = {0, 0, 255, 255, 34}, fb[] = {0, 0, 0, 255, 56};
+  CPaletteQuantizer few;
+  few.AddPixels(fr, fg, fb, 5);
+  EXPECT_EQ(few.BuildPalette(256), 5);
+  for (int i = 0; i < 5; ++i) {
+    const RGBQUAD e = few.GetPalette()[few.Map(fr[i], fg[i], fb[i])];
+    EXPECT_EQ(std::make_tuple(e.rgbRed, e.rgbGreen, e.rgbBlue), std::make_tuple(fr[i], fg[i], fb[i])) << i;
+  }
+
   // Two tight clusters and a two-colour palette: each entry is its cluster's mean.
   std::vector<BYTE> r, g, b;
   for (int i = 0; i < 4; ++i) {

@@ -3,16 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstring>
 #include <limits>
 #include <random>
 #include <vector>
 
-#include "kernels/Vec4.h"
+#include "core/CoreTest.h"
 
 namespace {
-
-bool SameBits(float a, float b) { return std::memcmp(&a, &b, sizeof a) == 0; }
 
 TEST(CRowExtremes, EveryLengthAndSpecialMatchesTheInOrderScan) {
   // Rows of every length up to a few vectors, with NaN and infinities scattered, and signed
@@ -22,28 +19,24 @@ TEST(CRowExtremes, EveryLengthAndSpecialMatchesTheInOrderScan) {
   std::uniform_real_distribution<float> sample(-5.0f, 5.0f);
   std::uniform_int_distribution<int> pick(0, 11);
   int wrong = 0;
-  for (int wide : {1, 0}) {
-    qrn::simd::SetWideVectors(wide);
+  coretest::OnBothWidths([&](int) {
     for (int n = 0; n <= 40; ++n)
       for (int trial = 0; trial < 30; ++trial) {
         std::vector<float> v(n);
+        float mn = inf, mx = -inf;  // the in-order scan
         for (float& s : v) {
           const int k = pick(rng);
           s = k == 0 ? nan : k == 1 ? inf : k == 2 ? -inf : k == 3 ? 0.0f : k == 4 ? -0.0f : sample(rng);
           if (trial % 2) s = std::fabs(s) == inf ? 1.0f : s;  // half the rows: zeros are the extremes more often
           if (trial % 3 == 0 && s > 0.0f) s = -s;             // a third: all below zero
-        }
-        float mn = inf, mx = -inf;
-        for (float s : v) {
           if (s < mn) mn = s;
           if (s > mx) mx = s;
         }
         float gotMin = 0, gotMax = 0;
         CRowExtremes::Find(v.data(), n, gotMin, gotMax);
-        wrong += !SameBits(gotMin, mn) || !SameBits(gotMax, mx);
+        wrong += !coretest::SameBits(gotMin, mn) || !coretest::SameBits(gotMax, mx);
       }
-  }
-  qrn::simd::SetWideVectors(1);
+  });
   EXPECT_EQ(wrong, 0);
 }
 

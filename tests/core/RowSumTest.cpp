@@ -3,14 +3,15 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstring>
 #include <limits>
 #include <random>
 #include <vector>
 
-#include "kernels/Vec4.h"
+#include "core/CoreTest.h"
 
 namespace {
+
+using coretest::SameBits;
 
 double InOrder(const std::vector<float>& v, bool squares) {
   double s = 0.0;
@@ -18,24 +19,20 @@ double InOrder(const std::vector<float>& v, bool squares) {
   return s;
 }
 
-bool SameBits(double a, double b) { return std::memcmp(&a, &b, sizeof a) == 0 || (std::isnan(a) && std::isnan(b)); }
-
 // Every row summed both ways, apart and in one read, on both vector widths equals the left-to-right sum bit for bit.
 void ExpectInOrder(const std::vector<float>& row, const char* what) {
-  for (int wide : {1, 0}) {
-    qrn::simd::SetWideVectors(wide);
-    const int n = static_cast<int>(row.size());
-    EXPECT_TRUE(SameBits(CRowSum::Sum(row.data(), n), InOrder(row, false))) << what << ", wide " << wide;
-    EXPECT_TRUE(SameBits(CRowSum::SumOfSquares(row.data(), n), InOrder(row, true))) << what << ", wide " << wide;
-    double sum = 0.0, squares = 0.0;
-    CRowSum::SumAndSumOfSquares(row.data(), n, sum, squares);
-    EXPECT_TRUE(SameBits(sum, InOrder(row, false))) << what << ", one read, wide " << wide;
-    EXPECT_TRUE(SameBits(squares, InOrder(row, true))) << what << ", one read, wide " << wide;
-  }
-  qrn::simd::SetWideVectors(1);
+  const int n = static_cast<int>(row.size());
+  const double sum = InOrder(row, false), squares = InOrder(row, true);
+  coretest::OnBothWidths([&](int wide) {
+    EXPECT_TRUE(SameBits(CRowSum::Sum(row.data(), n), sum)) << what << ", wide " << wide;
+    EXPECT_TRUE(SameBits(CRowSum::SumOfSquares(row.data(), n), squares)) << what << ", wide " << wide;
+    double s = 0.0, q = 0.0;
+    CRowSum::SumAndSumOfSquares(row.data(), n, s, q);
+    EXPECT_TRUE(SameBits(s, sum) && SameBits(q, squares)) << what << ", one read, wide " << wide;
+  });
 }
 
-TEST(CRowSum, ImageRowsMatchTheLeftToRightSum) {
+TEST(CRowSum, ImageRowsAndRowsWhoseOrderMattersMatchTheLeftToRightSum) {
   std::mt19937 rng(3);
   std::uniform_real_distribution<float> counts(100.0f, 65535.0f), unit(0.0f, 1.0f), sky(-20.0f, 20.0f);
   for (int n : {1, 3, 4, 7, 4096, 4099}) {
@@ -51,9 +48,6 @@ TEST(CRowSum, ImageRowsMatchTheLeftToRightSum) {
     ExpectInOrder(background, "background around zero");
     ExpectInOrder(integers, "integer counts");
   }
-}
-
-TEST(CRowSum, RowsWhoseOrderMattersAreSummedInOrder) {
   // 2^53 followed by ones: in order every 1 is lost to rounding, while lane sums would keep
   // them. Then a huge range of magnitudes, and terms that are not finite or not normal.
   std::vector<float> big(64, 1.0f);
@@ -95,13 +89,11 @@ TEST(CRowSum, InterleavedSumKeepsItsAssociationOnEveryWidth) {
     big[0] = 0x1p53f;
     if (n > 5) big[5] = -0x1p40f;
     for (float& r : range) r = std::ldexp(1.0f + float(rng() % 1000) / 1000.0f, exponent(rng)) * (rng() % 2 ? 1 : -1);
-    for (int wide : {1, 0}) {
-      qrn::simd::SetWideVectors(wide);
+    coretest::OnBothWidths([&](int wide) {
       EXPECT_TRUE(SameBits(CRowSum::Interleaved(big.data(), n), InterleavedReference(big))) << n << ", wide " << wide;
       EXPECT_TRUE(SameBits(CRowSum::Interleaved(range.data(), n), InterleavedReference(range)))
           << n << ", wide " << wide;
-    }
-    qrn::simd::SetWideVectors(1);
+    });
   }
 }
 

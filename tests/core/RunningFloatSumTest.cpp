@@ -3,16 +3,15 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstring>
 #include <limits>
 #include <random>
 #include <vector>
 
-#include "kernels/Vec4.h"
+#include "core/CoreTest.h"
 
 namespace {
 
-bool SameBits(float a, float b) { return std::memcmp(&a, &b, sizeof a) == 0 || (std::isnan(a) && std::isnan(b)); }
+using coretest::SameBits;
 
 float PlainSum(float start, const std::vector<float>& v) {
   float s = start;
@@ -20,13 +19,12 @@ float PlainSum(float start, const std::vector<float>& v) {
   return s;
 }
 
-// Adds `rows` rows of v (split into rows of `width`) to a sum started at `start` by adding
-// `start` first; compares with the plain loop on both vector widths and returns the blocks
-// that went the fast way on the wide one.
+// Adds v in rows of `width` to a sum started at `start` by adding `start` first; compares with
+// the plain loop on both vector widths and returns the blocks that went the fast way on the
+// wide one.
 int ExpectPlainSum(float start, const std::vector<float>& v, int width, const char* what) {
   int fast = 0;
-  for (int wide : {1, 0}) {
-    qrn::simd::SetWideVectors(wide);
+  coretest::OnBothWidths([&](int wide) {
     CRunningFloatSum sum;
     sum.Add(&start, 1);
     for (std::size_t i = 0; i < v.size(); i += width)
@@ -34,8 +32,7 @@ int ExpectPlainSum(float start, const std::vector<float>& v, int width, const ch
     EXPECT_TRUE(SameBits(sum.Value(), PlainSum(start, v)))
         << what << ": " << sum.Value() << " against " << PlainSum(start, v) << ", wide " << wide;
     if (wide) fast = sum.FastBlocks();
-  }
-  qrn::simd::SetWideVectors(1);
+  });
   return fast;
 }
 
@@ -64,8 +61,7 @@ TEST(CRunningFloatSum, ImagePlanesSumAsThePlainLoopMostlyByBlocksHoweverSummaris
     EXPECT_TRUE(!mostlyFast || fast > kBlocks * 9 / 10) << fast << " fast blocks";
     ExpectPlainSum(0.0f, *v, 1000, "rows of 1000");
     for (int lag : {1, 3, 40}) {
-      for (int wide : {1, 0}) {
-        qrn::simd::SetWideVectors(wide);
+      coretest::OnBothWidths([&](int wide) {
         CRunningFloatSum sum;
         std::vector<float> history;  // the sum before each block
         for (int b = 0; b < kBlocks; ++b) {
@@ -76,10 +72,9 @@ TEST(CRunningFloatSum, ImagePlanesSumAsThePlainLoopMostlyByBlocksHoweverSummaris
         }
         EXPECT_TRUE(SameBits(sum.Value(), PlainSum(0.0f, *v))) << "lag " << lag << " wide " << wide;
         EXPECT_TRUE(!mostlyFast || sum.FastBlocks() > kBlocks * 9 / 10) << sum.FastBlocks() << ", lag " << lag;
-      }
+      });
     }
   }
-  qrn::simd::SetWideVectors(1);
 }
 
 TEST(CRunningFloatSum, TiesRangeEdgesSignsAndSpecialsMatchThePlainLoop) {
