@@ -2,17 +2,17 @@
 #include "ops/level/ImgFalseColor.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstring>
 #include <numbers>
 #include <type_traits>
 
 #include "kernels/Vec4.h"
-#include "kernels/VecCos.h"
+#include "ops/level/CubehelixRow.h"
 #include "ops/level/ToneRows.h"
 
 using namespace qrn::level;
+using qrn::falsecolor::Paint;
 
 namespace {
 
@@ -145,84 +145,18 @@ inline void FalseColorsV(const float* t, double low, double stretch, double* c0,
   }
 }
 
-// Cubehelix's weights of cos φ and sin φ in its three components, as SchemeColor<5>
-// combines them.
-constexpr double kHelixCos[3] = {-0.14861, -0.29227, 1.97294}, kHelixSin[3] = {1.78277, -0.90649, 0.0};
-
-// What every row of Do needs: the source's scale, the stretch, the map and the target's levels.
-struct Paint {
-  int srcPlanes, cycles;
-  float srcMin[3], srcScale[3];
-  double low, stretch, dstMin[3], dstRange[3];
-
-  /// The raw value of colour component c (0..255) in target plane k.
-  float Raw(int k, double c) const { return static_cast<float>(c / 255.0 * dstRange[k] + dstMin[k]); }
-};
+}  // namespace
 
 // Pixel i's raw values from its brightness t as GetFalseColor and the target's levels give
-// them, into raw[k][i].
-void ExactHelix(const Paint& p, float t, float* const* raw, int i) {
+// them, into raw[k][i]. Out of line: the 512-bit blocks call it too.
+void qrn::falsecolor::ExactHelix(const Paint& p, float t, float* const* raw, int i) {
   double colour[3];
   FalseColorOf<5, false>((t - p.low) * p.stretch, 0, colour);
   for (int k = 0; k < 3; ++k) raw[k][i] = p.Raw(k, colour[k]);
 }
 
-// The raw values of the cubehelix colours of 4·N brightnesses t into raw[k][0, 4·N), through
-// the vector sine and cosine (N vectors side by side, so that their polynomial chains
-// overlap), with the steps of FalseColorOf without cycles otherwise. A value is kept where it
-// cannot differ from that of the exact colour, the cosine's and sine's errors carried
-// through; the other pixels are computed by FalseColorOf.
-template <int N>
-inline void CubehelixV(const float* t, const Paint& p, float* const* raw) {
-  using qrn::vmath::D4;
-  D4 f[N], amp[N], phi[N], sn[N], cs[N];
-  for (int j = 0; j < N; ++j) {
-    Vec4f::Raw in;
-    std::memcpy(&in, t + 4 * j, sizeof in);
-    D4 v = (__builtin_convertvector(in, D4) - p.low) * p.stretch;
-    v = v == v ? v : D4{};  // NaN
-    v = v < 0.0 ? D4{} : v;
-    v = 255.0 < v ? qrn::vmath::Splat(255.0) : v;
-    f[j] = v * (1.0 / 255.0);
-    amp[j] = f[j] * (1.0 - f[j]) / 2.0;
-    phi[j] = 2.0 * std::numbers::pi * (0.5 / 3.0 - 1.5 * f[j]);
-  }
-  qrn::vmath::SinCos(phi, sn, cs);
-  for (int j = 0; j < N; ++j) {
-    Vec4f::Mask sure = ~Vec4f::Mask{};
-    for (int k = 0; k < 3; ++k) {
-      D4 c = f[j] + amp[j] * (kHelixCos[k] * cs[j] + kHelixSin[k] * sn[j]);
-      c = c < 0.0 ? D4{} : c;
-      c = 1.0 < c ? qrn::vmath::Splat(1.0) : c;
-      // The colour's distance from the exact one, on the 0..1 scale: below amp·(|a| + |b|)·
-      // (the sine's and cosine's error and std::sin's and std::cos's unit) + a few roundings,
-      // under 2^-48. f's product with 1/255 in place of the division adds under 2^-49.6,
-      // through the slope of the map (below 5); and the reference takes c·255 to the target
-      // through /255·range, two roundings this path leaves out. Through the conversion,
-      // ·|range|, plus the roundings of the conversion on both sides, below 2^-50 of
-      // |value| + |min| ≤ |range| + 2|min|; all taken generously, and the same for every pixel.
-      const D4 value = c * p.dstRange[k] + p.dstMin[k];
-      const double margin =
-          std::fabs(p.dstRange[k]) * 0x1p-46 + (std::fabs(p.dstRange[k]) + 2 * std::fabs(p.dstMin[k])) * 0x1p-50;
-      const Vec4f::Raw lo = __builtin_convertvector(value - margin, Vec4f::Raw);
-      const Vec4f::Raw hi = __builtin_convertvector(value + margin, Vec4f::Raw);
-      sure &= (Vec4f::Mask)lo == (Vec4f::Mask)hi;
-      std::memcpy(raw[k] + 4 * j, &lo, sizeof lo);
-    }
-    if (AllLanes(sure)) continue;
-    for (int i = 0; i < 4; ++i)
-      if (!sure[i]) ExactHelix(p, t[4 * j + i], raw, 4 * j + i);
-  }
-}
 
-// The raw values of a block of m cubehelix pixels, into raw[k][0, m).
-inline void CubehelixBlock(const Paint& p, const float* t, int m, float (*raw)[256]) {
-  int i = 0;
-  for (; i + 32 <= m; i += 32) CubehelixV<8>(t + i, p, std::array{raw[0] + i, raw[1] + i, raw[2] + i}.data());
-  for (; i + 4 <= m; i += 4) CubehelixV<1>(t + i, p, std::array{raw[0] + i, raw[1] + i, raw[2] + i}.data());
-  float* const rows[3] = {raw[0], raw[1], raw[2]};
-  for (; i < m; ++i) ExactHelix(p, t[i], rows, i);
-}
+namespace {
 
 // Colours c (0..255) of m pixels to plane k's raw values, four at a time, the whole vectors
 // streamed when kStream; the head before the first aligned address and the tail one by one,
@@ -267,7 +201,8 @@ void PaintRow(const Paint& p, const float* const* in, float* const* out, int n) 
     // Cubehelix checks each raw value as it computes it, so its block gives them directly.
     if constexpr (!kCycles && kScheme == 5) {
       float raw[3][kBlock];
-      CubehelixBlock(p, t, m, raw);
+      if (p.widest) qrn::falsecolor::CubehelixBlockWidest(p, t, m, raw);
+      else qrn::falsecolor::CubehelixBlock<4>(p, t, m, raw);
       for (int k = 0; k < 3; ++k) PutRaw<kStream>(raw[k], m, out[k] + x0);
       continue;
     }
@@ -342,6 +277,7 @@ void CImgFalseColor::Do(double low, double high, int scheme, int cycles, COrbIma
   Paint paint{};
   paint.srcPlanes = src->GetPlanes();
   paint.cycles = cycles;
+  paint.widest = qrn::simd::WidestVectors();
   for (int k = 0; k < paint.srcPlanes; ++k) {
     if (src->GetLevelRange(k) == 0.0) return;
     paint.srcMin[k] = static_cast<float>(src->GetLevelMin(k));

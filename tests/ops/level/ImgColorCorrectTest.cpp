@@ -76,12 +76,13 @@ TEST(ImgColorCorrect, BothVectorWidthsGiveTheSameBitsForEveryOption) {
   auto src = leveltest::Noise(45, 4, 3, 900, 5000, 3);
   tagMATRIX m{1.2, -0.15, -0.05, -0.1, 1.25, -0.15, 0.02, -0.3, 1.28};
   for (int option = 0; option < 4; ++option) {
-    std::unique_ptr<COrbImage> result[2];
+    std::unique_ptr<COrbImage> result[3];
     leveltest::ForEveryRowVariant([&](int wide, int) {
       result[wide] = std::make_unique<COrbImage>(*src);
       static_cast<CImgColorCorrect&>(*result[wide]).Do(&m, 0.8, 2, 1000.0f, option, src.get(), nullptr, 0);
     });
     EXPECT_TRUE(leveltest::BitEqual(*result[0], *result[1])) << "option " << option;
+    EXPECT_TRUE(leveltest::BitEqual(*result[0], *result[2])) << "option " << option;
     EXPECT_FALSE(leveltest::BitEqual(*result[0], *src));
   }
 }

@@ -61,33 +61,35 @@ TEST(ImgFalseColor, CubehelixOnAFloatRoundingBoundaryStillMatches) {
   // Cubehelix takes its sines and cosines from vectors. For each brightness the target's
   // level minima are set so that every raw result lands, in exact arithmetic, halfway between
   // two floats: only the exact colour's own roundings decide which float it becomes, and the
-  // vector path must leave such pixels to it.
+  // vector path must leave such pixels to it, on every vector width.
   int wrong = 0;
-  for (int i = 0; i < 300; ++i) {
-    const float v = 3.0f + i * 0.8313f;
-    double c[3];
-    CImgFalseColor::GetFalseColor(v, 5, 0, &c[0], &c[1], &c[2]);
-    // Wide enough for the groups of eight vectors, single vectors and the scalar tail.
-    const int w = 39;
-    auto src = Make(w, 1, 1, 0, 255, [&](int, int, int) { return v; });
-    COrbImage dst(-32, w, 1, 3);
-    for (int k = 0; k < 3; ++k) {
-      double min = 0.0;
-      for (int step = 0; step < 4; ++step) {  // the range moves a little with the minimum
+  leveltest::ForEveryRowVariant([&](int, int) {
+    for (int i = 0; i < 300; ++i) {
+      const float v = 3.0f + i * 0.8313f;
+      double c[3];
+      CImgFalseColor::GetFalseColor(v, 5, 0, &c[0], &c[1], &c[2]);
+      // Wide enough for the groups of eight vectors, single vectors and the scalar tail.
+      const int w = 39;
+      auto src = Make(w, 1, 1, 0, 255, [&](int, int, int) { return v; });
+      COrbImage dst(-32, w, 1, 3);
+      for (int k = 0; k < 3; ++k) {
+        double min = 0.0;
+        for (int step = 0; step < 4; ++step) {  // the range moves a little with the minimum
+          dst.SetLevel(k, min, min + 255.0);
+          const double scaled = c[k] / 255.0 * dst.GetLevelRange(k);
+          const float below = static_cast<float>(scaled);
+          min = (double(below) + double(std::nextafter(below, 1e30f))) / 2 - scaled;
+        }
         dst.SetLevel(k, min, min + 255.0);
-        const double scaled = c[k] / 255.0 * dst.GetLevelRange(k);
-        const float below = static_cast<float>(scaled);
-        min = (double(below) + double(std::nextafter(below, 1e30f))) / 2 - scaled;
       }
-      dst.SetLevel(k, min, min + 255.0);
+      const COrbImage levels(dst);
+      static_cast<CImgFalseColor&>(dst).Do(0, 255, 5, 0, src.get(), nullptr, 0);
+      for (int k = 0; k < 3; ++k) {
+        const float expected = static_cast<float>(c[k] / 255.0 * levels.GetLevelRange(k) + levels.GetLevelMin(k));
+        for (int x = 0; x < w; ++x) wrong += dst.GetPixelGrayRaw(x, 0, k) != expected;
+      }
     }
-    const COrbImage levels(dst);
-    static_cast<CImgFalseColor&>(dst).Do(0, 255, 5, 0, src.get(), nullptr, 0);
-    for (int k = 0; k < 3; ++k) {
-      const float expected = static_cast<float>(c[k] / 255.0 * levels.GetLevelRange(k) + levels.GetLevelMin(k));
-      for (int x = 0; x < w; ++x) wrong += dst.GetPixelGrayRaw(x, 0, k) != expected;
-    }
-  }
+  });
   EXPECT_EQ(wrong, 0);
 }
 

@@ -85,17 +85,20 @@ inline std::unique_ptr<COrbImage> NoiseWithSpecials(int planes, double min, doub
   return image;
 }
 
-/// Runs body(wide, stream) with the eight-wide row functions on (when the processor has them)
-/// and off, each with streaming stores forced on and off, then restores detection.
+/// Runs body(wide, stream) with the 512-bit rows on (wide 2), only the eight-wide rows on
+/// (wide 1) and both off (wide 0), each where the processor has them, and each with streaming
+/// stores forced on and off; then restores detection.
 template <class Body>
 void ForEveryRowVariant(Body body) {
-  for (int wide : {1, 0})
+  for (int wide : {2, 1, 0})
     for (int stream : {0, 1}) {
-      qrn::simd::SetWideVectors(wide);
+      qrn::simd::SetWideVectors(wide > 0);
+      qrn::simd::SetWidestVectors(wide > 1);
       qrn::simd::SetStreamStores(stream);
       body(wide, stream);
     }
   qrn::simd::SetWideVectors(1);
+  qrn::simd::SetWidestVectors(1);
   qrn::simd::SetStreamStores(-1);
 }
 
