@@ -7,6 +7,7 @@
 #include "kernels/GammaCurveRow.h"
 
 // Everything inlined into the row, as in the other widths' rows.
-__attribute__((flatten)) int qrn::gamma::RowWidest(const CurveNumbers& c, const CGammaCurve& exact, const float* v, int n, float* out) {
+__attribute__((flatten)) int qrn::gamma::RowWidest(const CurveNumbers& c, const CGammaCurve& exact, const float* v,
+                                                   int n, float* out) {
   return RowWith<8>(c, exact, v, n, out);
 }
