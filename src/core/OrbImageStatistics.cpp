@@ -20,6 +20,8 @@ namespace {
 
 constexpr int kDefaultHistogramTitle = 6166;
 constexpr int kPreparingTitle = 6169;
+// Samples a thread takes at a time for the in-order float sum of a plane.
+constexpr int kSamplesPerStep = 65536;
 // Bin of a value already known to lie in [low, high]: truncation, lowered to the last bin
 // and raised to 0. A NaN or infinite position (zero-width range) lands in bin 0, as the
 // truncation of such a value to the most negative integer would.
@@ -43,6 +45,9 @@ struct LineExtremes {
     if (n <= 0) return;
     float lo, hi;
     CRowExtremes::Find(v, n, lo, hi);
+    Take(lo, hi);
+  }
+  void Take(float lo, float hi) {
     if (lo < min) min = lo;
     if (hi > max) max = hi;
   }
@@ -155,27 +160,39 @@ void COrbImage::CalcMinMaxAndMeans(float* rawMeans) {
     CRunningFloatSum sum;
     std::atomic<float> latest{0.0f};
     const int blocks = w / CRunningFloatSum::kBlock, tail = blocks * CRunningFloatSum::kBlock;
+    // Lines go to the threads a few at a time, about kSamplesPerStep samples, so that the
+    // threads meet in the ordered part less often than once a line.
+    const int linesPerStep = std::max(1, kSamplesPerStep / w);
+    const int steps = (h + linesPerStep - 1) / linesPerStep;
 #pragma omp parallel for schedule(dynamic, 1) ordered
-    for (int y = 0; y < h; ++y) {
-      const float* line = GetImageAdr(0, y, p);
+    for (int step = 0; step < steps; ++step) {
+      const int y0 = step * linesPerStep, y1 = std::min(h, y0 + linesPerStep);
       thread_local std::vector<CRunningFloatSum::BlockSummary> summaries;
-      summaries.resize(static_cast<std::size_t>(blocks));
+      summaries.resize(static_cast<std::size_t>(blocks) * (y1 - y0));
       const float guess = latest.load(std::memory_order_relaxed);
-      // Block by block, so that each block is summarised while it is still in the nearest
-      // cache and the reads from memory spread over the work.
-      LineExtremes extremes;
-      for (int j = 0; j < blocks; ++j) {
-        const float* block = line + j * CRunningFloatSum::kBlock;
-        extremes.Add(block, CRunningFloatSum::kBlock);
-        summaries[j] = CRunningFloatSum::Summarise(block, guess);
+      for (int y = y0; y < y1; ++y) {
+        const float* line = GetImageAdr(0, y, p);
+        CRunningFloatSum::BlockSummary* lineSummaries = summaries.data() + std::size_t(y - y0) * blocks;
+        // Block by block, so that each block is summarised while it is still in the nearest
+        // cache and the reads from memory spread over the work.
+        LineExtremes extremes;
+        for (int j = 0; j < blocks; ++j) {
+          float lo, hi;
+          lineSummaries[j] = CRunningFloatSum::Summarise(line + j * CRunningFloatSum::kBlock, guess, lo, hi);
+          extremes.Take(lo, hi);
+        }
+        extremes.Add(line + tail, w - tail);
+        lineMin[y] = extremes.min, lineMax[y] = extremes.max;
+        if (rawMeans) lineSums[y] = CRowSum::Interleaved(line, w);
       }
-      extremes.Add(line + tail, w - tail);
-      lineMin[y] = extremes.min, lineMax[y] = extremes.max;
-      if (rawMeans) lineSums[y] = CRowSum::Interleaved(line, w);
 #pragma omp ordered
       {
-        for (int j = 0; j < blocks; ++j) sum.Apply(summaries[j], line + j * CRunningFloatSum::kBlock);
-        sum.Add(line + tail, w - tail);
+        for (int y = y0; y < y1; ++y) {
+          const float* line = GetImageAdr(0, y, p);
+          const CRunningFloatSum::BlockSummary* lineSummaries = summaries.data() + std::size_t(y - y0) * blocks;
+          for (int j = 0; j < blocks; ++j) sum.Apply(lineSummaries[j], line + j * CRunningFloatSum::kBlock);
+          sum.Add(line + tail, w - tail);
+        }
         latest.store(sum.Value(), std::memory_order_relaxed);
       }
     }

@@ -4,8 +4,15 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 
+#include "core/RowExtremes.h"
+#include "kernels/Prefetch.h"
 #include "kernels/Vec4.h"
+
+#if QRN_HAVE_WIDE_TARGET
+#include <immintrin.h>
+#endif
 
 namespace {
 
@@ -21,6 +28,13 @@ struct BlockSteps {
   bool ok;
   long long steps, absSteps;
   int ties;
+};
+
+// The steps of a block with its extremes as the lanes hold them (a zero extreme still needs
+// the in-order scan to choose between −0 and +0).
+struct BlockScan {
+  BlockSteps steps;
+  float min, max;
 };
 
 // For V::kWidth samples at a time, x = v/u (`scale` = 1/u, an exact power of two) and k the
@@ -61,6 +75,62 @@ QRN_WIDE_TARGET BlockSteps StepsWide(const float* v, int n, float scale, int* k,
   return Steps<Vec8f>(v, n, scale, k, tie);
 }
 
+#if QRN_HAVE_WIDE_TARGET
+
+// GCC 12 takes the deliberately undefined operand inside several 512-bit intrinsics for an
+// uninitialised variable.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wuninitialized"
+
+// Steps() on sixteen samples at a time, finding the block's extremes from the same loads (as
+// CRowExtremes does: min(s, lo) keeps lo for a NaN s). n is a multiple of 16. Written with
+// intrinsics only, so that nothing compiled for an older instruction set is inlined into it.
+// k and tie match Steps() wherever every sample qualifies, the only case in which they are read.
+QRN_WIDEST_TARGET BlockScan ScanWidest(const float* v, int n, float scale, int* k, int* tie) {
+  const __m512 s = _mm512_set1_ps(scale), shifter = _mm512_set1_ps(kRoundShifter);
+  const __m512 limit = _mm512_set1_ps(kMaxSteps), half = _mm512_set1_ps(0.5f), minusHalf = _mm512_set1_ps(-0.5f);
+  const __m512i one = _mm512_set1_epi32(1);
+  __m512 lo = _mm512_set1_ps(std::numeric_limits<float>::infinity()), hi = _mm512_set1_ps(-std::numeric_limits<float>::infinity());
+  __m512i steps = _mm512_setzero_si512(), absSteps = steps, ties = steps;
+  __mmask16 ok = 0xffff;
+  for (int i = 0; i + 16 <= n; i += 16) {
+    qrn::simd::PrefetchRead<16>(v + i);
+    const __m512 a = _mm512_loadu_ps(v + i);
+    lo = _mm512_min_ps(a, lo);
+    hi = _mm512_max_ps(a, hi);
+    const __m512 x = _mm512_mul_ps(a, s);
+    const __m512 r = _mm512_sub_ps(_mm512_add_ps(x, shifter), shifter);
+    const __m512 d = _mm512_sub_ps(x, r);
+    const __mmask16 inRange = _mm512_cmp_ps_mask(_mm512_abs_ps(x), limit, _CMP_LE_OQ);
+    ok &= inRange;
+    const __mmask16 isTie = _mm512_cmp_ps_mask(_mm512_abs_ps(d), half, _CMP_EQ_OQ);
+    const __mmask16 lower = _mm512_cmp_ps_mask(d, minusHalf, _CMP_EQ_OQ);
+    const __m512i ki = _mm512_mask_sub_epi32(_mm512_maskz_cvttps_epi32(inRange, r), lower,
+                                             _mm512_maskz_cvttps_epi32(inRange, r), one);
+    _mm512_storeu_si512(k + i, ki);
+    _mm512_storeu_si512(tie + i, _mm512_movm_epi32(isTie));
+    steps = _mm512_add_epi32(steps, ki);
+    absSteps = _mm512_add_epi32(absSteps, _mm512_abs_epi32(ki));
+    ties = _mm512_mask_add_epi32(ties, isTie, ties, one);
+  }
+  alignas(64) float los[16], his[16];
+  _mm512_store_ps(los, lo);
+  _mm512_store_ps(his, hi);
+  BlockScan scan{{ok == 0xffff, _mm512_reduce_add_epi32(steps), _mm512_reduce_add_epi32(absSteps),
+                  _mm512_reduce_add_epi32(ties)},
+                 std::numeric_limits<float>::infinity(),
+                 -std::numeric_limits<float>::infinity()};
+  for (int j = 0; j < 16; ++j) {
+    if (los[j] < scan.min) scan.min = los[j];
+    if (his[j] > scan.max) scan.max = his[j];
+  }
+  return scan;
+}
+
+#pragma GCC diagnostic pop
+
+#endif
+
 // The sum's grid index after a block with ties: between ties the k add up; a tie rounds to
 // the even one of its two neighbours, which depends on the index it meets. Only the start's
 // parity matters: a start two further on meets every tie with the same parity.
@@ -86,24 +156,10 @@ bool RangeOf(float s, float& low, float& high, float& u) {
   return true;
 }
 
-}  // namespace
-
-void CRunningFloatSum::Add(const float* v, int n) {
-  for (int i = 0; i < n; i += kBlock) {
-    const int m = std::min(kBlock, n - i);
-    if (m == kBlock) Apply(Summarise(v + i, m_sum), v + i);
-    else AddOneByOne(v + i, m);
-  }
-}
-
-CRunningFloatSum::BlockSummary CRunningFloatSum::Summarise(const float* v, float guess) {
-  BlockSummary b;
-  float low, high, u;
-  if (!RangeOf(guess, low, high, u)) return b;
+// The summary of a block whose steps for spacing u were found (k and tie as Steps() stores them).
+CRunningFloatSum::BlockSummary FromSteps(const BlockSteps& steps, float u, const int* k, const int* tie) {
+  CRunningFloatSum::BlockSummary b;
   b.spacing = u;
-  int k[kBlock], tie[kBlock];
-  const BlockSteps steps =
-      qrn::simd::WideVectors() ? StepsWide(v, kBlock, 1.0f / u, k, tie) : Steps<Vec4f>(v, kBlock, 1.0f / u, k, tie);
   if (!steps.ok) return b;
   b.usable = true;
   b.absSteps = steps.absSteps;
@@ -115,6 +171,44 @@ CRunningFloatSum::BlockSummary CRunningFloatSum::Summarise(const float* v, float
     b.move[1] = WithTies(1, k, tie, kBlock) - 1;
   }
   return b;
+}
+
+}  // namespace
+
+void CRunningFloatSum::Add(const float* v, int n) {
+  for (int i = 0; i < n; i += kBlock) {
+    const int m = std::min(kBlock, n - i);
+    if (m == kBlock) Apply(Summarise(v + i, m_sum), v + i);
+    else AddOneByOne(v + i, m);
+  }
+}
+
+CRunningFloatSum::BlockSummary CRunningFloatSum::Summarise(const float* v, float guess) {
+  float low, high, u;
+  if (!RangeOf(guess, low, high, u)) return BlockSummary{};
+  int k[kBlock], tie[kBlock];
+  const float scale = 1.0f / u;
+#if QRN_HAVE_WIDE_TARGET
+  if (qrn::simd::WidestVectors()) return FromSteps(ScanWidest(v, kBlock, scale, k, tie).steps, u, k, tie);
+#endif
+  const BlockSteps steps =
+      qrn::simd::WideVectors() ? StepsWide(v, kBlock, scale, k, tie) : Steps<Vec4f>(v, kBlock, scale, k, tie);
+  return FromSteps(steps, u, k, tie);
+}
+
+CRunningFloatSum::BlockSummary CRunningFloatSum::Summarise(const float* v, float guess, float& min, float& max) {
+#if QRN_HAVE_WIDE_TARGET
+  float low, high, u;
+  if (qrn::simd::WidestVectors() && RangeOf(guess, low, high, u)) {
+    int k[kBlock], tie[kBlock];
+    const BlockScan scan = ScanWidest(v, kBlock, 1.0f / u, k, tie);
+    min = scan.min, max = scan.max;
+    if (min == 0.0f || max == 0.0f) CRowExtremes::Find(v, kBlock, min, max);
+    return FromSteps(scan.steps, u, k, tie);
+  }
+#endif
+  CRowExtremes::Find(v, kBlock, min, max);
+  return Summarise(v, guess);
 }
 
 void CRunningFloatSum::Apply(const BlockSummary& b, const float* v) {

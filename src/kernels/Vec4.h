@@ -119,9 +119,15 @@ inline VecN<float, N> ToFloat(const typename VecN<float, N>::Mask& i) {
 /// intermediate steps round (an approximation checked against its error bound, say), or
 /// that sit in a file compiled with -ffp-contract=off and fuse only where they say so; and
 /// only when FusedMultiplyAdd() is true.
+///
+/// QRN_WIDEST_TARGET marks a function for the 512-bit instructions WidestVectors() checks. It
+/// is only for functions written with intrinsics alone: generic vector helpers inlined into
+/// such a function keep their baseline code (rows written with them live in files compiled
+/// for that instruction set instead). Defined only where QRN_HAVE_WIDE_TARGET is 1.
 #if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
 #define QRN_WIDE_TARGET __attribute__((target("avx2"), flatten))
 #define QRN_WIDE_FMA_TARGET __attribute__((target("avx2,fma"), flatten))
+#define QRN_WIDEST_TARGET __attribute__((target("avx512f,avx512dq,avx512vl,avx512bw,avx2,fma")))
 #define QRN_HAVE_WIDE_TARGET 1
 #else
 #define QRN_WIDE_TARGET

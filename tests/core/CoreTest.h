@@ -1,5 +1,5 @@
 // Helpers shared by the core tests: images built from a formula, bit-exact comparison and
-// runs on both vector widths.
+// runs on every vector width.
 #pragma once
 #include <cmath>
 #include <cstring>
@@ -26,14 +26,17 @@ bool SameBits(T a, T b) {
   return std::memcmp(&a, &b, sizeof a) == 0 || (std::isnan(a) && std::isnan(b));
 }
 
-/// Runs f(wide) on the eight-wide and on the four-wide row code, then restores the default.
+/// Runs f(wide) on the 512-bit (wide 2, where the processor has it), the eight-wide (1) and
+/// the four-wide (0) row code, then restores the default.
 template <class F>
-void OnBothWidths(F f) {
-  for (int wide : {1, 0}) {
-    qrn::simd::SetWideVectors(wide);
+void OnEveryWidth(F f) {
+  for (int wide : {2, 1, 0}) {
+    qrn::simd::SetWideVectors(wide > 0);
+    qrn::simd::SetWidestVectors(wide > 1);
     f(wide);
   }
   qrn::simd::SetWideVectors(1);
+  qrn::simd::SetWidestVectors(1);
 }
 
 }  // namespace coretest

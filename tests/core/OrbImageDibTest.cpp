@@ -91,7 +91,7 @@ TEST(OrbImageDibTest, RandomSamplesAndLevelsMatchTheRuleOnEveryVectorPath) {
     for (int p = 0; p < 3; ++p) image->SetLevel(p, lo[p], hi[p]);
     auto grey = Image(width, height, 1, [&](int x, int y, int) { return image->GetPixelGrayRaw(x, y, 0); });
     grey->SetLevel(0, lo[0], hi[0]);
-    coretest::OnBothWidths([&](int wide) {
+    coretest::OnEveryWidth([&](int wide) {
       const bmptest::Picture colour = Decode(image->GetDib(24));
       const bmptest::Picture grey24 = Decode(grey->GetDib(24)), grey8 = Decode(grey->GetDib(8));
       ASSERT_EQ(colour.error + grey24.error + grey8.error, "");

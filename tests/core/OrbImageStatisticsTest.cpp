@@ -42,17 +42,18 @@ TEST(OrbImageStatistics, CalcMinMaxMatchesOnePlainPassAndItsMarginFormSkipsZeros
   // sum over (w − 1)(h − 1)) against the library: lines of whole blocks and a tail (a sky of
   // integer counts, the same with a NaN first sample, signed zeros where the first zero met
   // must stay), 2^24 + 1 that the float sum rounds back to 2^24, and one column (divisor 0).
-  const int w = 4099, h = 64;
+  const int w = 4099, h = 200;
   std::mt19937 rng(21);
   std::uniform_int_distribution<int> counts(900, 1100);
   std::vector<float> sky(std::size_t(w) * h);
   for (float& v : sky) v = float(counts(rng));
   std::vector<float> nanFirst = sky, zeros(sky.size(), 5.0f);
   nanFirst[0] = kNaN;
-  zeros[3 * w + 100] = 0.0f;    // first zero met: +0
-  zeros[3 * w + 907] = -0.0f;   // same line, another lane
-  zeros[3 * w + 2100] = -0.0f;  // same line, a later block
-  zeros[9 * w + 5] = -0.0f;     // a later line
+  // Far enough down that the threads summarise these lines for a running sum already begun.
+  zeros[150 * w + 110] = 0.0f;    // first zero met: +0
+  zeros[150 * w + 907] = -0.0f;   // same line, a lane before its lane
+  zeros[150 * w + 2100] = -0.0f;  // same line, a later block
+  zeros[170 * w + 5] = -0.0f;     // a later line
   const std::tuple<int, std::vector<float>, const char*> planes[] = {
       {w, sky, "sky"}, {w, nanFirst, "NaN first"}, {w, zeros, "zeros"},
       {3, {16777216, 1, 1, 16777216, 1, 1}, "2^24 and ones"}, {1, {2, 3, 4}, "one column"}};
@@ -64,11 +65,14 @@ TEST(OrbImageStatistics, CalcMinMaxMatchesOnePlainPassAndItsMarginFormSkipsZeros
       if (x > mx) mx = x;
     }
     auto img = FromRows(width, v);
-    img->CalcMinMax();
-    const float got[3] = {img->GetMinPixel(0), img->GetMaxPixel(0), img->GetAvrPixel(0)};
-    const float want[3] = {mn, mx, sum / float((width - 1) * (int(v.size()) / width - 1))};
-    for (int i = 0; i < 3; ++i)
-      EXPECT_TRUE(coretest::SameBits(got[i], want[i])) << name << ", value " << i << ": " << got[i] << ", " << want[i];
+    coretest::OnEveryWidth([&](int wide) {
+      img->CalcMinMax();
+      const float got[3] = {img->GetMinPixel(0), img->GetMaxPixel(0), img->GetAvrPixel(0)};
+      const float want[3] = {mn, mx, sum / float((width - 1) * (int(v.size()) / width - 1))};
+      for (int i = 0; i < 3; ++i)
+        EXPECT_TRUE(coretest::SameBits(got[i], want[i]))
+            << name << ", value " << i << ", wide " << wide << ": " << got[i] << ", " << want[i];
+    });
   }
 
   // With a margin: the inner 2 × 2 of a 4 × 4, whose start sample (1, 1) is 0, so min and max
@@ -239,7 +243,7 @@ TEST(OrbImageStatistics, HistogramsOfLargeImagesWithSpecialValuesMatchNaiveCount
     expected[count] = 2 * w * h / count;
     return expected;
   };
-  coretest::OnBothWidths([&](int wide) {
+  coretest::OnEveryWidth([&](int wide) {
     for (int plane : {0, 1, 2, -1}) EXPECT_EQ(Hist(*img, count, 0.0, 100.0, plane), naive(plane)) << plane << wide;
   });
 }

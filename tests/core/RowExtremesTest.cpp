@@ -19,7 +19,7 @@ TEST(CRowExtremes, EveryLengthAndSpecialMatchesTheInOrderScan) {
   std::uniform_real_distribution<float> sample(-5.0f, 5.0f);
   std::uniform_int_distribution<int> pick(0, 11);
   int wrong = 0;
-  coretest::OnBothWidths([&](int) {
+  coretest::OnEveryWidth([&](int) {
     for (int n = 0; n <= 40; ++n)
       for (int trial = 0; trial < 30; ++trial) {
         std::vector<float> v(n);

@@ -23,7 +23,7 @@ double InOrder(const std::vector<float>& v, bool squares) {
 void ExpectInOrder(const std::vector<float>& row, const char* what) {
   const int n = static_cast<int>(row.size());
   const double sum = InOrder(row, false), squares = InOrder(row, true);
-  coretest::OnBothWidths([&](int wide) {
+  coretest::OnEveryWidth([&](int wide) {
     EXPECT_TRUE(SameBits(CRowSum::Sum(row.data(), n), sum)) << what << ", wide " << wide;
     EXPECT_TRUE(SameBits(CRowSum::SumOfSquares(row.data(), n), squares)) << what << ", wide " << wide;
     double s = 0.0, q = 0.0;
@@ -89,7 +89,7 @@ TEST(CRowSum, InterleavedSumKeepsItsAssociationOnEveryWidth) {
     big[0] = 0x1p53f;
     if (n > 5) big[5] = -0x1p40f;
     for (float& r : range) r = std::ldexp(1.0f + float(rng() % 1000) / 1000.0f, exponent(rng)) * (rng() % 2 ? 1 : -1);
-    coretest::OnBothWidths([&](int wide) {
+    coretest::OnEveryWidth([&](int wide) {
       EXPECT_TRUE(SameBits(CRowSum::Interleaved(big.data(), n), InterleavedReference(big))) << n << ", wide " << wide;
       EXPECT_TRUE(SameBits(CRowSum::Interleaved(range.data(), n), InterleavedReference(range)))
           << n << ", wide " << wide;

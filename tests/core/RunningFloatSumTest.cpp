@@ -5,6 +5,8 @@
 #include <cmath>
 #include <limits>
 #include <random>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "core/CoreTest.h"
@@ -24,7 +26,7 @@ float PlainSum(float start, const std::vector<float>& v) {
 // wide one.
 int ExpectPlainSum(float start, const std::vector<float>& v, int width, const char* what) {
   int fast = 0;
-  coretest::OnBothWidths([&](int wide) {
+  coretest::OnEveryWidth([&](int wide) {
     CRunningFloatSum sum;
     sum.Add(&start, 1);
     for (std::size_t i = 0; i < v.size(); i += width)
@@ -61,7 +63,7 @@ TEST(CRunningFloatSum, ImagePlanesSumAsThePlainLoopMostlyByBlocksHoweverSummaris
     EXPECT_TRUE(!mostlyFast || fast > kBlocks * 9 / 10) << fast << " fast blocks";
     ExpectPlainSum(0.0f, *v, 1000, "rows of 1000");
     for (int lag : {1, 3, 40}) {
-      coretest::OnBothWidths([&](int wide) {
+      coretest::OnEveryWidth([&](int wide) {
         CRunningFloatSum sum;
         std::vector<float> history;  // the sum before each block
         for (int b = 0; b < kBlocks; ++b) {
@@ -106,6 +108,62 @@ TEST(CRunningFloatSum, TiesRangeEdgesSignsAndSpecialsMatchThePlainLoop) {
     v[1500] = special;
     ExpectPlainSum(1e9f, v, 4096, "special sample");
   }
+}
+
+TEST(CRunningFloatSum, SummaryWithExtremesIsTheSummaryAndTheInOrderExtremes) {
+  // Blocks of integer counts with signed zeros as the extreme (the first one met stays), a NaN,
+  // an infinity and a sample too large to be stepped (the block is then added one by one,
+  // but its extremes still count), for a sum in range (1e9) and one out of it (0). The
+  // summary must be the four-wide one field by field; the extremes those of `if (v < min)`
+  // and `if (v > max)` from +∞ and −∞.
+  constexpr int kBlock = CRunningFloatSum::kBlock;
+  const float nan = std::numeric_limits<float>::quiet_NaN(), inf = std::numeric_limits<float>::infinity();
+  std::mt19937 rng(17);
+  std::uniform_int_distribution<int> counts(900, 1100);
+  std::vector<float> sky(kBlock);
+  for (float& v : sky) v = float(counts(rng));
+  const auto with = [&](std::vector<std::pair<int, float>> changes, float sign = 1.0f) {
+    std::vector<float> v = sky;
+    for (float& x : v) x *= sign;
+    for (const auto& [i, x] : changes) v[i] = x;
+    return v;
+  };
+  const std::vector<float> blocks[] = {
+      sky,
+      // The first zero met lies in a later vector lane than another zero.
+      with({{10, 0.0f}, {20, -0.0f}, {1000, -0.0f}}),
+      with({{5, -0.0f}, {6, 0.0f}}),
+      with({{45, 0.0f}, {50, -0.0f}}, -1.0f),
+      // The extremes share their lane with a NaN that comes last in it.
+      with({{16, 5.0f}, {32, 5000.0f}, {1008, nan}}),
+      with({{3, inf}}),
+      with({{900, -3e9f}}),
+      std::vector<float>(kBlock, -0.0f),
+  };
+  for (const std::vector<float>& v : blocks)
+    for (float guess : {1e9f, 0.0f}) {
+      float wantMin = inf, wantMax = -inf;
+      for (float x : v) {
+        if (x < wantMin) wantMin = x;
+        if (x > wantMax) wantMax = x;
+      }
+      qrn::simd::SetWideVectors(0);
+      const CRunningFloatSum::BlockSummary want = CRunningFloatSum::Summarise(v.data(), guess);
+      coretest::OnEveryWidth([&](int wide) {
+        float min = 0.0f, max = 0.0f;
+        const CRunningFloatSum::BlockSummary got = CRunningFloatSum::Summarise(v.data(), guess, min, max);
+        const std::string where = "block " + std::to_string(&v - blocks) + ", guess " + std::to_string(guess) +
+                                  ", wide " + std::to_string(wide);
+        EXPECT_TRUE(SameBits(min, wantMin) && SameBits(max, wantMax)) << where << ": " << min << ", " << max;
+        EXPECT_EQ(got.spacing, want.spacing) << where;
+        EXPECT_EQ(got.usable, want.usable) << where;
+        if (!want.usable) return;
+        EXPECT_EQ(got.absSteps, want.absSteps) << where;
+        EXPECT_EQ(got.ties, want.ties) << where;
+        EXPECT_EQ(got.move[0], want.move[0]) << where;
+        EXPECT_EQ(got.move[1], want.move[1]) << where;
+      });
+    }
 }
 
 }  // namespace

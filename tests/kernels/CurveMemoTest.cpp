@@ -31,7 +31,7 @@ int FindAndFill(CCurveMemo& memo, const std::vector<float>& v, std::vector<float
   return count;
 }
 
-TEST(CCurveMemo, AnswersOnlyInputsItRemembersOnBothWidths) {
+TEST(CCurveMemo, AnswersOnlyInputsItRemembersOnEveryWidth) {
   for (int wide : {1, 0}) {
     qrn::simd::SetWideVectors(wide);
     CCurveMemo memo;

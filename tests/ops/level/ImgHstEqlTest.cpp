@@ -35,7 +35,7 @@ TEST(ImgHstEql, SkewedValuesSpreadByTheirRankConstantPlaneIsKeptMismatchIsRefuse
   EXPECT_EQ(static_cast<CImgHstEql&>(dst).Do(nullptr), 0);
 }
 
-TEST(ImgHstEql, EverySampleTakesItsBinsCumulativeShareOnBothWidths) {
+TEST(ImgHstEql, EverySampleTakesItsBinsCumulativeShareOnEveryWidth) {
   // Three planes of 301 x 7 with a NaN, samples at bin edges and the extremes, counted and
   // mapped on the four-wide and the eight-wide paths, in place and into another image:
   // every sample must be its bin's share of the cumulative count, worked out here sample by
