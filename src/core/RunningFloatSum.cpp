@@ -77,10 +77,7 @@ QRN_WIDE_TARGET BlockSteps StepsWide(const float* v, int n, float scale, int* k,
 
 #if QRN_HAVE_WIDE_TARGET
 
-// GCC 12 takes the deliberately undefined operand inside several 512-bit intrinsics for an
-// uninitialised variable.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wuninitialized"
+QRN_WIDEST_INTRINSICS_BEGIN
 
 // Steps() on sixteen samples at a time, finding the block's extremes from the same loads (as
 // CRowExtremes does: min(s, lo) keeps lo for a NaN s). n is a multiple of 16. Written with
@@ -127,7 +124,7 @@ QRN_WIDEST_TARGET BlockScan ScanWidest(const float* v, int n, float scale, int* 
   return scan;
 }
 
-#pragma GCC diagnostic pop
+QRN_WIDEST_INTRINSICS_END
 
 #endif
 

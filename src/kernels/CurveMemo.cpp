@@ -50,6 +50,9 @@ void CCurveMemo::Tune(const float* v, int n) {
 
 int CCurveMemo::Find(const float* v, int n, float* out, int* missing) {
   if (!m_tuned) Tune(v, n);
+#ifdef QRN_MEMO_WIDE
+  if (qrn::simd::WidestVectors()) return FindWidest(v, n, out, missing);
+#endif
   return qrn::simd::WideVectors() ? FindWide(v, n, out, missing) : FindNarrow(v, n, out, missing);
 }
 
@@ -69,9 +72,11 @@ int CCurveMemo::FindNarrow(const float* v, int n, float* out, int* missing) cons
 
 #ifdef QRN_MEMO_WIDE
 // Eight samples at a time: the hash with vectors, then eight plain loads of the entries (a
-// fifth faster than two gathers on Zen 3, a fifth slower on a recent Intel processor; slow
-// gathers are the more common); the keys and results are separated and put back in sample
-// order. A group with a miss lists its missing lanes from the comparison's bit mask.
+// fifth faster than two 256-bit gathers on Zen 3, a fifth slower on a recent Intel processor;
+// slow gathers are the more common among processors without AVX-512); the keys and results
+// are separated and put back in sample order. A group with a miss lists its missing lanes
+// from the comparison's bit mask. On a Xeon with AVX-512, the 512-bit gathers of FindWidest
+// take a quarter less time than these loads.
 namespace {
 // The entries at four slots, in slot order.
 __attribute__((target("avx2"))) inline __m256 FourEntries(const long long* entries, const std::uint32_t* at) {
@@ -106,6 +111,34 @@ __attribute__((target("avx2"))) int CCurveMemo::FindWide(const float* v, int n, 
   for (int k = 0; k < rest; ++k) missing[count + k] += i;
   return count + rest;
 }
+
+// Sixteen samples at a time, the entries fetched by two 512-bit gathers of eight.
+QRN_WIDEST_INTRINSICS_BEGIN
+QRN_WIDEST_TARGET int CCurveMemo::FindWidest(const float* v, int n, float* out, int* missing) const {
+  const auto* entries = reinterpret_cast<const long long*>(m_entries.data());
+  const __m512i hash = _mm512_set1_epi32(static_cast<int>(kHash));
+  const __m128i right = _mm_cvtsi32_si128(m_rotate), left = _mm_cvtsi32_si128(32 - m_rotate);
+  int count = 0, i = 0;
+  for (; i + 16 <= n; i += 16) {
+    qrn::simd::PrefetchRead<16>(v + i);
+    const __m512i key = _mm512_loadu_si512(v + i);
+    const __m512i rotated = _mm512_or_si512(_mm512_srl_epi32(key, right), _mm512_sll_epi32(key, left));
+    const __m512i slot = _mm512_srli_epi32(_mm512_mullo_epi32(rotated, hash), 32 - kBits);
+    const __m512i low = _mm512_i32gather_epi64(_mm512_castsi512_si256(slot), entries, 8);
+    const __m512i high = _mm512_i32gather_epi64(_mm512_extracti64x4_epi64(slot, 1), entries, 8);
+    const __m512i found = _mm512_inserti64x4(_mm512_castsi256_si512(_mm512_cvtepi64_epi32(low)),
+                                             _mm512_cvtepi64_epi32(high), 1);
+    const __m512i values = _mm512_inserti64x4(_mm512_castsi256_si512(_mm512_cvtepi64_epi32(_mm512_srli_epi64(low, 32))),
+                                              _mm512_cvtepi64_epi32(_mm512_srli_epi64(high, 32)), 1);
+    _mm512_storeu_si512(out + i, values);
+    for (unsigned miss = _mm512_cmpneq_epi32_mask(found, key); miss; miss &= miss - 1)
+      missing[count++] = i + __builtin_ctz(miss);
+  }
+  const int rest = FindNarrow(v + i, n - i, out + i, missing + count);
+  for (int k = 0; k < rest; ++k) missing[count + k] += i;
+  return count + rest;
+}
+QRN_WIDEST_INTRINSICS_END
 #else
 int CCurveMemo::FindWide(const float* v, int n, float* out, int* missing) const {
   return FindNarrow(v, n, out, missing);

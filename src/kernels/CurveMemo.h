@@ -42,6 +42,7 @@ class CCurveMemo {
   }
   void Tune(const float* v, int n);
   int FindWide(const float* v, int n, float* out, int* missing) const;
+  int FindWidest(const float* v, int n, float* out, int* missing) const;
   int FindNarrow(const float* v, int n, float* out, int* missing) const;
 
   // An entry holds the key in its low half and the result's bits in its high half, so that

@@ -135,6 +135,19 @@ inline VecN<float, N> ToFloat(const typename VecN<float, N>::Mask& i) {
 #define QRN_HAVE_WIDE_TARGET 0
 #endif
 
+/// Functions written with 512-bit intrinsics sit between these two: GCC 12 takes the
+/// deliberately undefined operand inside several of those intrinsics for an uninitialised
+/// variable and warns where they are inlined.
+#if defined(__GNUC__) && !defined(__clang__)
+#define QRN_WIDEST_INTRINSICS_BEGIN                                                    \
+  _Pragma("GCC diagnostic push") _Pragma("GCC diagnostic ignored \"-Wuninitialized\"") \
+      _Pragma("GCC diagnostic ignored \"-Wmaybe-uninitialized\"")
+#define QRN_WIDEST_INTRINSICS_END _Pragma("GCC diagnostic pop")
+#else
+#define QRN_WIDEST_INTRINSICS_BEGIN
+#define QRN_WIDEST_INTRINSICS_END
+#endif
+
 /// True when every lane of a comparison mask (all ones or all zeros per lane) is set.
 template <class Mask>
 inline bool AllLanes(const Mask& mask) {

@@ -32,8 +32,9 @@ int FindAndFill(CCurveMemo& memo, const std::vector<float>& v, std::vector<float
 }
 
 TEST(CCurveMemo, AnswersOnlyInputsItRemembersOnEveryWidth) {
-  for (int wide : {1, 0}) {
-    qrn::simd::SetWideVectors(wide);
+  for (int wide : {2, 1, 0}) {  // 512-bit (where the processor has it), eight-wide, four-wide
+    qrn::simd::SetWideVectors(wide > 0);
+    qrn::simd::SetWidestVectors(wide > 1);
     CCurveMemo memo;
     memo.Reset(-7.0f);
     // Integer counts with repeats, a length off the vector width, and two NaN patterns:
@@ -58,6 +59,7 @@ TEST(CCurveMemo, AnswersOnlyInputsItRemembersOnEveryWidth) {
     for (float y : out) EXPECT_EQ(y, 42.0f) << "wide " << wide;
   }
   qrn::simd::SetWideVectors(1);
+  qrn::simd::SetWidestVectors(1);
 }
 
 TEST(CCurveMemo, SpreadsIntegerCountsAndFineStepsWithoutCollisions) {
