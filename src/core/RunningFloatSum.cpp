@@ -87,7 +87,8 @@ QRN_WIDEST_TARGET BlockScan ScanWidest(const float* v, int n, float scale, int* 
   const __m512 s = _mm512_set1_ps(scale), shifter = _mm512_set1_ps(kRoundShifter);
   const __m512 limit = _mm512_set1_ps(kMaxSteps), half = _mm512_set1_ps(0.5f), minusHalf = _mm512_set1_ps(-0.5f);
   const __m512i one = _mm512_set1_epi32(1);
-  __m512 lo = _mm512_set1_ps(std::numeric_limits<float>::infinity()), hi = _mm512_set1_ps(-std::numeric_limits<float>::infinity());
+  constexpr float inf = std::numeric_limits<float>::infinity();
+  __m512 lo = _mm512_set1_ps(inf), hi = _mm512_set1_ps(-inf);
   __m512i steps = _mm512_setzero_si512(), absSteps = steps, ties = steps;
   __mmask16 ok = 0xffff;
   for (int i = 0; i + 16 <= n; i += 16) {
@@ -102,8 +103,8 @@ QRN_WIDEST_TARGET BlockScan ScanWidest(const float* v, int n, float scale, int* 
     ok &= inRange;
     const __mmask16 isTie = _mm512_cmp_ps_mask(_mm512_abs_ps(d), half, _CMP_EQ_OQ);
     const __mmask16 lower = _mm512_cmp_ps_mask(d, minusHalf, _CMP_EQ_OQ);
-    const __m512i ki = _mm512_mask_sub_epi32(_mm512_maskz_cvttps_epi32(inRange, r), lower,
-                                             _mm512_maskz_cvttps_epi32(inRange, r), one);
+    const __m512i nearest = _mm512_maskz_cvttps_epi32(inRange, r);
+    const __m512i ki = _mm512_mask_sub_epi32(nearest, lower, nearest, one);
     _mm512_storeu_si512(k + i, ki);
     _mm512_storeu_si512(tie + i, _mm512_movm_epi32(isTie));
     steps = _mm512_add_epi32(steps, ki);
@@ -115,8 +116,8 @@ QRN_WIDEST_TARGET BlockScan ScanWidest(const float* v, int n, float scale, int* 
   _mm512_store_ps(his, hi);
   BlockScan scan{{ok == 0xffff, _mm512_reduce_add_epi32(steps), _mm512_reduce_add_epi32(absSteps),
                   _mm512_reduce_add_epi32(ties)},
-                 std::numeric_limits<float>::infinity(),
-                 -std::numeric_limits<float>::infinity()};
+                 inf,
+                 -inf};
   for (int j = 0; j < 16; ++j) {
     if (los[j] < scan.min) scan.min = los[j];
     if (his[j] > scan.max) scan.max = his[j];
