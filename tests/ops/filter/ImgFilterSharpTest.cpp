@@ -193,6 +193,20 @@ TEST(Sharpening, BadInputNeverCrashesOrWritesOutsideTheRectangle) {
   a.Run(kUnsharp, *dst, work.get(), &part);
   EXPECT_EQ(dst->GetPixelGrayRaw(1, 1, 0), -1.0f);
   EXPECT_EQ(dst->GetPixelGrayRaw(3, 1, 0), 0.0f);
+
+  // A radius beyond 50 acts as 50: on an impulse wide enough for the blur's reach to show,
+  // 80 gives what 50 gives, and 45 something else.
+  auto impulse = MakeImage(121, 3, 1);
+  Fill(*impulse, [](int x, int, int) { return x == 60 ? 1000.0 : 0.0; });
+  const auto unsharp = [&](double radius) {
+    auto out = MakeImage(121, 3, 1);
+    SharpArgs args;
+    args.radius[0] = radius;
+    args.Run(kUnsharp, *out, impulse.get());
+    return out;
+  };
+  EXPECT_TRUE(ImagesNear(*unsharp(80), *unsharp(50), 0.0));
+  EXPECT_FALSE(ImagesNear(*unsharp(45), *unsharp(50), 0.0));
 }
 
 }  // namespace

@@ -295,6 +295,7 @@ TEST(DigitalDevelopment, LevelSourcesTheirCarryOverToColourPlanesAndTheGammaWind
   EXPECT_EQ(lowBelow.first, -5.0);  // only high is mapped
   EXPECT_NEAR(lowBelow.second, 80.0, 1e-4);
   EXPECT_EQ(level(2, 25, 120), std::pair(25.0, 120.0));  // high above the source: left alone
+  EXPECT_EQ(level(2, -5, 120), std::pair(-5.0, 120.0));  // and with low below it as well
   EXPECT_EQ(level(1, 25, 64), std::pair(25.0, 64.0));    // a gamma of 1 maps nothing
 }
 
