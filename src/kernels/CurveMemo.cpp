@@ -50,7 +50,7 @@ void CCurveMemo::Tune(const float* v, int n) {
 
 int CCurveMemo::Find(const float* v, int n, float* out, int* missing) {
   if (!m_tuned) Tune(v, n);
-#ifdef QRN_MEMO_WIDE
+#if QRN_HAVE_WIDE_TARGET
   if (qrn::simd::WidestVectors()) return FindWidest(v, n, out, missing);
 #endif
   return qrn::simd::WideVectors() ? FindWide(v, n, out, missing) : FindNarrow(v, n, out, missing);
@@ -112,6 +112,7 @@ __attribute__((target("avx2"))) int CCurveMemo::FindWide(const float* v, int n, 
   return count + rest;
 }
 
+#if QRN_HAVE_WIDE_TARGET
 // Sixteen samples at a time, the entries fetched by two 512-bit gathers of eight.
 QRN_WIDEST_INTRINSICS_BEGIN
 QRN_WIDEST_TARGET int CCurveMemo::FindWidest(const float* v, int n, float* out, int* missing) const {
@@ -139,6 +140,7 @@ QRN_WIDEST_TARGET int CCurveMemo::FindWidest(const float* v, int n, float* out, 
   return count + rest;
 }
 QRN_WIDEST_INTRINSICS_END
+#endif
 #else
 int CCurveMemo::FindWide(const float* v, int n, float* out, int* missing) const {
   return FindNarrow(v, n, out, missing);
