@@ -2,10 +2,28 @@
 #include "BenchCommon.h"
 
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <random>
 
+#include "kernels/Vec4.h"
+
 namespace bench {
+
+namespace {
+
+// QRN_BENCH_VECTORS=256 or 128 caps the row code at that vector width, so that the paths of
+// processors without the wider instructions can be timed on one that has them.
+const bool kVectorsCapped = [] {
+  const char* cap = std::getenv("QRN_BENCH_VECTORS");
+  if (!cap) return false;
+  const int bits = std::atoi(cap);
+  if (bits < 512) qrn::simd::SetWidestVectors(0);
+  if (bits < 256) qrn::simd::SetWideVectors(0);
+  return bits < 512;
+}();
+
+}  // namespace
 
 std::unique_ptr<COrbImage> MakeStarField(int planes, int side) {
   auto image = std::make_unique<COrbImage>(-32, side, side, planes);
