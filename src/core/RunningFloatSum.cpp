@@ -34,20 +34,35 @@ struct BlockSteps {
 // the in-order scan to choose between −0 and +0).
 struct BlockScan {
   BlockSteps steps;
-  float min, max;
+  float min = std::numeric_limits<float>::infinity(), max = -std::numeric_limits<float>::infinity();
+
+  // Takes the lanes' extremes over in lane order, with the rule of the scan itself.
+  void TakeLanes(const float* lo, const float* hi, int lanes) {
+    for (int j = 0; j < lanes; ++j) {
+      if (lo[j] < min) min = lo[j];
+      if (hi[j] > max) max = hi[j];
+    }
+  }
 };
 
 // For V::kWidth samples at a time, x = v/u (`scale` = 1/u, an exact power of two) and k the
 // integer nearest x, or for a tie (x halfway) the lower one, with tie[i] set. k and tie are
-// stored for the tie pass.
+// stored for the tie pass. The block's extremes come from the same loads, as CRowExtremes
+// finds them: min(s, lo) keeps lo for a NaN s.
 template <class V>
-BlockSteps Steps(const float* v, int n, float scale, int* k, int* tie) {
+BlockScan Scan(const float* v, int n, float scale, int* k, int* tie) {
   using Mask = typename V::Mask;
+  constexpr float inf = std::numeric_limits<float>::infinity();
   const V s(scale), shifter(kRoundShifter), limit(kMaxSteps), half(0.5f), minusHalf(-0.5f), zero(0.0f);
+  V lo(inf), hi(-inf);
   Mask ok = Mask{} == Mask{};
   Mask steps{}, absSteps{}, ties{};
   for (int i = 0; i + V::kWidth <= n; i += V::kWidth) {
-    const V x = V::Load(v + i) * s;  // exact: a power-of-two scale of a small sample
+    qrn::simd::PrefetchRead<V::kWidth>(v + i);
+    const V a = V::Load(v + i);
+    lo = V::Min(a, lo);
+    hi = V::Max(a, hi);
+    const V x = a * s;  // exact: a power-of-two scale of a small sample
     const V r = (x + shifter) - shifter;
     const V d = x - r;
     ok &= V::Abs(x) <= limit;  // false for NaN and the infinities
@@ -61,28 +76,30 @@ BlockSteps Steps(const float* v, int n, float scale, int* k, int* tie) {
     absSteps += ki < Mask{} ? -ki : ki;
     ties -= isTie;  // lanes of a true mask are −1
   }
-  BlockSteps b{true, 0, 0, 0};
+  BlockScan b{{true, 0, 0, 0}};
+  float los[V::kWidth], his[V::kWidth];
   for (int j = 0; j < V::kWidth; ++j) {
-    b.ok = b.ok && ok[j] != 0;
-    b.steps += steps[j];
-    b.absSteps += absSteps[j];
-    b.ties += ties[j];
+    b.steps.ok = b.steps.ok && ok[j] != 0;
+    b.steps.steps += steps[j];
+    b.steps.absSteps += absSteps[j];
+    b.steps.ties += ties[j];
+    los[j] = lo[j], his[j] = hi[j];
   }
+  b.TakeLanes(los, his, V::kWidth);
   return b;
 }
 
-QRN_WIDE_TARGET BlockSteps StepsWide(const float* v, int n, float scale, int* k, int* tie) {
-  return Steps<Vec8f>(v, n, scale, k, tie);
+QRN_WIDE_TARGET BlockScan ScanWide(const float* v, int n, float scale, int* k, int* tie) {
+  return Scan<Vec8f>(v, n, scale, k, tie);
 }
 
 #if QRN_HAVE_WIDE_TARGET
 
 QRN_WIDEST_INTRINSICS_BEGIN
 
-// Steps() on sixteen samples at a time, finding the block's extremes from the same loads (as
-// CRowExtremes does: min(s, lo) keeps lo for a NaN s). n is a multiple of 16. Written with
-// intrinsics only, so that nothing compiled for an older instruction set is inlined into it.
-// k and tie match Steps() wherever every sample qualifies, the only case in which they are read.
+// Scan() on sixteen samples at a time, written with intrinsics only, so that nothing compiled
+// for an older instruction set is inlined into it. n is a multiple of 16. k and tie match
+// Scan() wherever every sample qualifies, the only case in which they are read.
 QRN_WIDEST_TARGET BlockScan ScanWidest(const float* v, int n, float scale, int* k, int* tie) {
   const __m512 s = _mm512_set1_ps(scale), shifter = _mm512_set1_ps(kRoundShifter);
   const __m512 limit = _mm512_set1_ps(kMaxSteps), half = _mm512_set1_ps(0.5f), minusHalf = _mm512_set1_ps(-0.5f);
@@ -115,13 +132,8 @@ QRN_WIDEST_TARGET BlockScan ScanWidest(const float* v, int n, float scale, int* 
   _mm512_store_ps(los, lo);
   _mm512_store_ps(his, hi);
   BlockScan scan{{ok == 0xffff, _mm512_reduce_add_epi32(steps), _mm512_reduce_add_epi32(absSteps),
-                  _mm512_reduce_add_epi32(ties)},
-                 inf,
-                 -inf};
-  for (int j = 0; j < 16; ++j) {
-    if (los[j] < scan.min) scan.min = los[j];
-    if (his[j] > scan.max) scan.max = his[j];
-  }
+                  _mm512_reduce_add_epi32(ties)}};
+  scan.TakeLanes(los, his, 16);
   return scan;
 }
 
@@ -154,7 +166,15 @@ bool RangeOf(float s, float& low, float& high, float& u) {
   return true;
 }
 
-// The summary of a block whose steps for spacing u were found (k and tie as Steps() stores them).
+// Scan() of a block with the widest vectors the processor has.
+BlockScan ScanOnWidestVectors(const float* v, float scale, int* k, int* tie) {
+#if QRN_HAVE_WIDE_TARGET
+  if (qrn::simd::WidestVectors()) return ScanWidest(v, kBlock, scale, k, tie);
+#endif
+  return qrn::simd::WideVectors() ? ScanWide(v, kBlock, scale, k, tie) : Scan<Vec4f>(v, kBlock, scale, k, tie);
+}
+
+// The summary of a block whose steps for spacing u were found (k and tie as Scan() stores them).
 CRunningFloatSum::BlockSummary FromSteps(const BlockSteps& steps, float u, const int* k, const int* tie) {
   CRunningFloatSum::BlockSummary b;
   b.spacing = u;
@@ -182,31 +202,22 @@ void CRunningFloatSum::Add(const float* v, int n) {
 }
 
 CRunningFloatSum::BlockSummary CRunningFloatSum::Summarise(const float* v, float guess) {
-  float low, high, u;
+  float low, high, u, min, max;
   if (!RangeOf(guess, low, high, u)) return BlockSummary{};
-  int k[kBlock], tie[kBlock];
-  const float scale = 1.0f / u;
-#if QRN_HAVE_WIDE_TARGET
-  if (qrn::simd::WidestVectors()) return FromSteps(ScanWidest(v, kBlock, scale, k, tie).steps, u, k, tie);
-#endif
-  const BlockSteps steps =
-      qrn::simd::WideVectors() ? StepsWide(v, kBlock, scale, k, tie) : Steps<Vec4f>(v, kBlock, scale, k, tie);
-  return FromSteps(steps, u, k, tie);
+  return Summarise(v, guess, min, max);
 }
 
 CRunningFloatSum::BlockSummary CRunningFloatSum::Summarise(const float* v, float guess, float& min, float& max) {
-#if QRN_HAVE_WIDE_TARGET
   float low, high, u;
-  if (qrn::simd::WidestVectors() && RangeOf(guess, low, high, u)) {
-    int k[kBlock], tie[kBlock];
-    const BlockScan scan = ScanWidest(v, kBlock, 1.0f / u, k, tie);
-    min = scan.min, max = scan.max;
-    if (min == 0.0f || max == 0.0f) CRowExtremes::Find(v, kBlock, min, max);
-    return FromSteps(scan.steps, u, k, tie);
+  if (!RangeOf(guess, low, high, u)) {
+    CRowExtremes::Find(v, kBlock, min, max);
+    return BlockSummary{};
   }
-#endif
-  CRowExtremes::Find(v, kBlock, min, max);
-  return Summarise(v, guess);
+  int k[kBlock], tie[kBlock];
+  const BlockScan scan = ScanOnWidestVectors(v, 1.0f / u, k, tie);
+  min = scan.min, max = scan.max;
+  if (min == 0.0f || max == 0.0f) CRowExtremes::Find(v, kBlock, min, max);
+  return FromSteps(scan.steps, u, k, tie);
 }
 
 void CRunningFloatSum::Apply(const BlockSummary& b, const float* v) {

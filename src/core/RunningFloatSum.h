@@ -35,7 +35,7 @@ class CRunningFloatSum {
   /// Summarises the block v[0, kBlock) for a sum in the range of guess.
   static BlockSummary Summarise(const float* v, float guess);
   /// The same, also finding the block's extremes as CRowExtremes::Find does, from the same
-  /// read where the processor allows.
+  /// read where the guess is in range.
   static BlockSummary Summarise(const float* v, float guess, float& min, float& max);
 
   /// Adds the block v[0, kBlock) summarised by b, exactly as Add() would: at once where b
