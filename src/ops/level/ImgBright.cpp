@@ -1,6 +1,7 @@
 // Brightness and contrast on the 0..255 scale of each plane's level window.
 #include "ops/level/ImgBright.h"
 
+#include "kernels/Prefetch.h"
 #include "kernels/Vec4.h"
 #include "ops/level/ToneRows.h"
 
@@ -10,15 +11,31 @@ void CImgBright::DoBright(const float* src, float* dst, int n, const Param& k) {
   for (int x = 0; x < n; ++x) dst[x] = BrightPixel(src[x], k);
 }
 
-void CImgBright::DoBright_x(const float* src, float* dst, int n, const Param& k) {
-  const Vec4f min(k.min), scale(k.scale), inverse(k.inverse), average(k.average), contrast(k.contrast),
+namespace {
+
+// BrightPixel on V::kWidth samples a step, the same operations in the same order.
+template <class V>
+void BrightRow(const float* src, float* dst, int n, const CImgBright::Param& k) {
+  const V min(k.min), scale(k.scale), inverse(k.inverse), average(k.average), contrast(k.contrast),
       brightness(k.brightness);
   int x = 0;
-  for (; x + 4 <= n; x += 4) {
-    const Vec4f t = (Vec4f::Load(src + x) - min) * scale;
+  for (; x + V::kWidth <= n; x += V::kWidth) {
+    qrn::simd::PrefetchRead<V::kWidth>(src + x);
+    const V t = (V::Load(src + x) - min) * scale;
     (((t - average) * contrast + brightness + t) * inverse + min).Store(dst + x);
   }
-  for (; x < n; ++x) dst[x] = BrightPixel(src[x], k);
+  for (; x < n; ++x) dst[x] = CImgBright::BrightPixel(src[x], k);
+}
+
+QRN_WIDE_TARGET void BrightRowWide(const float* src, float* dst, int n, const CImgBright::Param& k) {
+  BrightRow<Vec8f>(src, dst, n, k);
+}
+
+}  // namespace
+
+void CImgBright::DoBright_x(const float* src, float* dst, int n, const Param& k) {
+  if (qrn::simd::WideVectors()) BrightRowWide(src, dst, n, k);
+  else BrightRow<Vec4f>(src, dst, n, k);
 }
 
 void CImgBright::Do(float* brightness, float* contrast, double average, COrbImage* src, CRect* rect, int progress) {

@@ -26,7 +26,7 @@ class CImgBright : public COrbImage {
     return ((t - k.average) * k.contrast + k.brightness + t) * k.inverse + k.min;
   }
   /// Row variants with one signature: DoBright is the reference, DoBright_x runs four
-  /// samples per step and gives the same values.
+  /// samples per step (eight where the processor has 256-bit vectors) and gives the same values.
   static void DoBright(const float* src, float* dst, int n, const Param& k);
   static void DoBright_x(const float* src, float* dst, int n, const Param& k);
 };

@@ -1,6 +1,7 @@
 // Colour balance: a constant shift of each plane, given on the 0..255 display scale.
 #include "ops/level/ImgColorBalance.h"
 
+#include "kernels/Prefetch.h"
 #include "kernels/Vec4.h"
 #include "ops/level/ToneRows.h"
 
@@ -10,11 +11,28 @@ void CImgColorBalance::DoColorBalance(const float* src, float* dst, int n, float
   for (int x = 0; x < n; ++x) dst[x] = src[x] + offset;
 }
 
-void CImgColorBalance::DoColorBalance_x(const float* src, float* dst, int n, float offset) {
-  const Vec4f add(offset);
+namespace {
+
+template <class V>
+void BalanceRow(const float* src, float* dst, int n, float offset) {
+  const V add(offset);
   int x = 0;
-  for (; x + 4 <= n; x += 4) (Vec4f::Load(src + x) + add).Store(dst + x);
+  for (; x + V::kWidth <= n; x += V::kWidth) {
+    qrn::simd::PrefetchRead<V::kWidth>(src + x);
+    (V::Load(src + x) + add).Store(dst + x);
+  }
   for (; x < n; ++x) dst[x] = src[x] + offset;
+}
+
+QRN_WIDE_TARGET void BalanceRowWide(const float* src, float* dst, int n, float offset) {
+  BalanceRow<Vec8f>(src, dst, n, offset);
+}
+
+}  // namespace
+
+void CImgColorBalance::DoColorBalance_x(const float* src, float* dst, int n, float offset) {
+  if (qrn::simd::WideVectors()) BalanceRowWide(src, dst, n, offset);
+  else BalanceRow<Vec4f>(src, dst, n, offset);
 }
 
 void CImgColorBalance::Do(double red, double green, double blue, COrbImage* src, CRect* rect, int progress) {

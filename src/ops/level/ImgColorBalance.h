@@ -15,7 +15,8 @@ class CImgColorBalance : public COrbImage {
   void Do(double red, double green, double blue, COrbImage* src, CRect* rect, int progress);
 
   /// Row variants with one signature: DoColorBalance is the reference, DoColorBalance_x
-  /// adds four samples per step and gives the same sums.
+  /// adds four samples per step (eight where the processor has 256-bit vectors) and gives
+  /// the same sums.
   static void DoColorBalance(const float* src, float* dst, int n, float offset);
   static void DoColorBalance_x(const float* src, float* dst, int n, float offset);
 };

@@ -1,6 +1,7 @@
 // Inversion of each plane within its level window.
 #include "ops/level/ImgInvert.h"
 
+#include "kernels/Prefetch.h"
 #include "kernels/Vec4.h"
 #include "ops/level/ToneRows.h"
 
@@ -10,12 +11,29 @@ void CImgInvert::DoInvert(const float* src, float* dst, int n, const Param& k) {
   for (int x = 0; x < n; ++x) dst[x] = InvertPixel(src[x], k);
 }
 
-void CImgInvert::DoInvert_x(const float* src, float* dst, int n, const Param& k) {
-  const Vec4f min(k.min), inverseRange(k.inverseRange), range(k.range), full(255.0f), step(0.003921569f);
+namespace {
+
+// InvertPixel on V::kWidth samples a step, the same operations in the same order.
+template <class V>
+void InvertRow(const float* src, float* dst, int n, const CImgInvert::Param& k) {
+  const V min(k.min), inverseRange(k.inverseRange), range(k.range), full(255.0f), step(0.003921569f);
   int x = 0;
-  for (; x + 4 <= n; x += 4)
-    ((full - (Vec4f::Load(src + x) - min) * inverseRange * full) * step * range + min).Store(dst + x);
-  for (; x < n; ++x) dst[x] = InvertPixel(src[x], k);
+  for (; x + V::kWidth <= n; x += V::kWidth) {
+    qrn::simd::PrefetchRead<V::kWidth>(src + x);
+    ((full - (V::Load(src + x) - min) * inverseRange * full) * step * range + min).Store(dst + x);
+  }
+  for (; x < n; ++x) dst[x] = CImgInvert::InvertPixel(src[x], k);
+}
+
+QRN_WIDE_TARGET void InvertRowWide(const float* src, float* dst, int n, const CImgInvert::Param& k) {
+  InvertRow<Vec8f>(src, dst, n, k);
+}
+
+}  // namespace
+
+void CImgInvert::DoInvert_x(const float* src, float* dst, int n, const Param& k) {
+  if (qrn::simd::WideVectors()) InvertRowWide(src, dst, n, k);
+  else InvertRow<Vec4f>(src, dst, n, k);
 }
 
 void CImgInvert::Do(COrbImage* src, CRect* rect, int progress) {

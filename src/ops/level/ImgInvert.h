@@ -21,7 +21,7 @@ class CImgInvert : public COrbImage {
     return (255.0f - (v - k.min) * k.inverseRange * 255.0f) * 0.003921569f * k.range + k.min;
   }
   /// Row variants with one signature: DoInvert is the reference, DoInvert_x runs four
-  /// samples per step and gives the same values.
+  /// samples per step (eight where the processor has 256-bit vectors) and gives the same values.
   static void DoInvert(const float* src, float* dst, int n, const Param& k);
   static void DoInvert_x(const float* src, float* dst, int n, const Param& k);
 };

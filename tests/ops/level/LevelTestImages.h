@@ -62,29 +62,6 @@ class BothPaths : public ::testing::TestWithParam<int> {
   void TearDown() override { CQrnSys::SetSIMD(-1); }
 };
 
-/// Runs op on the scalar path and on the four-wide path and reports whether they agree bit for bit.
-template <class Op>
-bool PathsAgree(const COrbImage& src, Op op) {
-  COrbImage scalar(src), vector(src);
-  CQrnSys::SetSIMD(0);
-  op(scalar);
-  CQrnSys::SetSIMD(2);
-  op(vector);
-  CQrnSys::SetSIMD(-1);
-  return BitEqual(scalar, vector);
-}
-
-/// Noise with NaN and both infinities sprinkled in, on rows long enough for full vectors and
-/// ragged tails.
-inline std::unique_ptr<COrbImage> NoiseWithSpecials(int planes, double min, double max) {
-  auto image = Noise(45, 4, planes, min, max, 11);
-  const float specials[3] = {std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity(),
-                             -std::numeric_limits<float>::infinity()};
-  for (int p = 0; p < planes; ++p)
-    for (int i = 0; i < 6; ++i) image->SetPixelGrayRaw((i * 13 + p) % 45, i % 4, specials[i % 3], p);
-  return image;
-}
-
 /// Runs body(wide, stream) with the 512-bit rows on (wide 2), only the eight-wide rows on
 /// (wide 1) and both off (wide 0), each where the processor has them, and each with streaming
 /// stores forced on and off; then restores detection.
@@ -100,6 +77,35 @@ void ForEveryRowVariant(Body body) {
   qrn::simd::SetWideVectors(1);
   qrn::simd::SetWidestVectors(1);
   qrn::simd::SetStreamStores(-1);
+}
+
+/// Runs op on the scalar path and on the vector path of every row variant and reports
+/// whether they all agree bit for bit.
+template <class Op>
+bool PathsAgree(const COrbImage& src, Op op) {
+  COrbImage scalar(src);
+  CQrnSys::SetSIMD(0);
+  op(scalar);
+  bool agree = true;
+  CQrnSys::SetSIMD(2);
+  ForEveryRowVariant([&](int, int) {
+    COrbImage vector(src);
+    op(vector);
+    agree = agree && BitEqual(scalar, vector);
+  });
+  CQrnSys::SetSIMD(-1);
+  return agree;
+}
+
+/// Noise with NaN and both infinities sprinkled in, on rows long enough for full vectors and
+/// ragged tails.
+inline std::unique_ptr<COrbImage> NoiseWithSpecials(int planes, double min, double max) {
+  auto image = Noise(45, 4, planes, min, max, 11);
+  const float specials[3] = {std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity(),
+                             -std::numeric_limits<float>::infinity()};
+  for (int p = 0; p < planes; ++p)
+    for (int i = 0; i < 6; ++i) image->SetPixelGrayRaw((i * 13 + p) % 45, i % 4, specials[i % 3], p);
+  return image;
 }
 
 }  // namespace leveltest
