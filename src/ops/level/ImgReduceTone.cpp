@@ -43,11 +43,12 @@ void CImgReduceTone::Do(int steps, COrbImage* src, CRect* rect, int progress) {
     // Band and tone in the float steps of BandOf and ToneOf, lane by lane.
     auto rule = [lo = srcMin[p], k = srcScale[p], outMin = dstMin[p], outScale = dstScale[p], steps](auto zero) {
       using V = decltype(zero);
-      const V vlo(lo), vk(k), vsteps(static_cast<float>(steps)), v256(256.0f), v255(255.0f);
+      // q / 256 as q · 2^-8: both round the same exact value, so they agree in every case.
+      const V vlo(lo), vk(k), vsteps(static_cast<float>(steps)), v2m8(0x1p-8f), v255(255.0f);
       const V lastBand(static_cast<float>(steps - 1)), vmin(outMin), vscale(outScale), middle(127.5f);
       const bool single = steps <= 1;
       return [=](V v) {
-        const V q = (v - vlo) * vk * vsteps / v256;
+        const V q = (v - vlo) * vk * vsteps * v2m8;
         const V band = ToFloat<V::kWidth>(TruncToInt(V::Min(V::Max(q, zero), lastBand)));
         const V tone = single ? middle : band * v255 / lastBand;
         return tone * vscale + vmin;
