@@ -24,4 +24,23 @@ TEST(ImgAutoStretch, PlanesReachTheLargestSpread) {
   EXPECT_EQ(dst->GetPixelGrayRaw(0, 0, 0), -1.0f);
 }
 
+TEST(ImgAutoStretch, EverySampleFollowsTheDoubleFormulaOnEveryWidthInPlaceOrNot) {
+  // Rows of 45 (whole vectors and a tail) with NaN and infinities, from another image and in
+  // place: each sample float((v − offset)·(M/spread)·gain + float(base)) in double.
+  auto src = leveltest::NoiseWithSpecials(3, -50, 3000);
+  double gain[3] = {1.3, 0.7, 2.1}, offset[3] = {12.5, -3, 100.25}, spread[3] = {33, 57, 41}, base[3] = {0.1, 7.3, -2};
+  const auto want = [&](int x, int y, int p) {
+    const double v = src->GetPixelGrayRaw(x, y, p);
+    return static_cast<float>((v - offset[p]) * (57.0 / spread[p]) * gain[p] + double(static_cast<float>(base[p])));
+  };
+  tagRECT all{0, 0, 45, 4};
+  leveltest::ForEveryRowVariant([&](int wide, int stream) {
+    COrbImage apart(*src), inPlace(*src);
+    static_cast<CImgAutoStretch&>(apart).DoStretch(src.get(), gain, offset, spread, base, &all);
+    static_cast<CImgAutoStretch&>(inPlace).DoStretch(&inPlace, gain, offset, spread, base, &all);
+    EXPECT_EQ(leveltest::Mismatches(apart, want), 0) << "wide " << wide << " stream " << stream;
+    EXPECT_EQ(leveltest::Mismatches(inPlace, want), 0) << "wide " << wide << " stream " << stream;
+  });
+}
+
 }  // namespace
