@@ -111,6 +111,41 @@ QRN_WIDE_TARGET void LookupRowWide(const ToneIndex& index, const float* raw, con
   LookupSpan8<kStream>(index, raw, s, n, out, outside);
 }
 
+#if QRN_HAVE_WIDE_TARGET
+// The 512-bit row: sixteen samples a step, by ToneIndex's float steps in intrinsics, their
+// table entries read with one gather. A step with any sample outside 0..255 is done sample
+// by sample, which gives the same values (ToneIndex::Of follows the same steps).
+QRN_WIDEST_INTRINSICS_BEGIN
+template <bool kStream, class Outside>
+QRN_WIDEST_TARGET void LookupRowWidest(const ToneIndex& index, const float* raw, const float* s, int n, float* out,
+                                       const Outside& outside) {
+  auto one = [&](int x) {
+    const int i = index.Of(s[x]);
+    out[x] = i >= 0 ? raw[i] : outside(s[x]);
+  };
+  int x = 0;
+  if constexpr (kStream)
+    for (const int head = UnalignedHead<16>(out, n); x < head; ++x) one(x);
+  const __m512 lo = _mm512_set1_ps(index.lo), k = _mm512_set1_ps(index.k), last = _mm512_set1_ps(index.last);
+  const __m512 zero = _mm512_setzero_ps(), full = _mm512_set1_ps(255.0f);
+  const __m512i lastIndex = _mm512_set1_epi32(index.lastIndex);
+  for (; x + 16 <= n; x += 16) {
+    const __m512 t = _mm512_mul_ps(_mm512_sub_ps(_mm512_loadu_ps(s + x), lo), k);
+    const __mmask16 inside = _mm512_cmp_ps_mask(t, zero, _CMP_GE_OQ) & _mm512_cmp_ps_mask(t, full, _CMP_LE_OQ);
+    if (inside != 0xffff) {
+      for (int j = 0; j < 16; ++j) one(x + j);
+      continue;
+    }
+    const __m512i i = _mm512_min_epi32(_mm512_cvttps_epi32(_mm512_div_ps(_mm512_mul_ps(t, last), full)), lastIndex);
+    const __m512 entries = _mm512_i32gather_ps(i, raw, 4);
+    if constexpr (kStream) _mm512_stream_ps(out + x, entries);
+    else _mm512_storeu_ps(out + x, entries);
+  }
+  for (; x < n; ++x) one(x);
+}
+QRN_WIDEST_INTRINSICS_END
+#endif
+
 }  // namespace
 
 float CImgToneCurve::CalcToneCurve(const float* curve, int i, float v) {
@@ -145,6 +180,9 @@ void CImgToneCurve::Do(float** curves, int n, COrbImage* src, CRect* rect, int p
       table[static_cast<std::size_t>(p) * n + i] = u / scale[p] + min[p];
     }
   const bool wide = qrn::simd::WideVectors();
+#if QRN_HAVE_WIDE_TARGET
+  const bool widest = qrn::simd::WidestVectors();
+#endif
   // Eight-wide rows of large images skip the cache on the way out.
   const bool stream = qrn::simd::StreamStores(sizeof(float) * std::size_t(r.Width()) * r.Height() * planes, src == this);
   ShowProgressInit(progress, halpha ? 6194 : 6114, r.Height() * planes);
@@ -161,6 +199,13 @@ void CImgToneCurve::Do(float** curves, int n, COrbImage* src, CRect* rect, int p
       return u / k + lo;
     };
     if (!wide) return LookupRow(index, raw, s, w, d, outside);
+#if QRN_HAVE_WIDE_TARGET
+    if (widest) {
+      if (!stream) return LookupRowWidest<false>(index, raw, s, w, d, outside);
+      LookupRowWidest<true>(index, raw, s, w, d, outside);
+      return qrn::simd::StreamFence();
+    }
+#endif
     if (!stream) return LookupRowWide<false>(index, raw, s, w, d, outside);
     LookupRowWide<true>(index, raw, s, w, d, outside);
     qrn::simd::StreamFence();

@@ -80,12 +80,20 @@ TEST(ImgToneCurve, HAlphaStretchesRedTwiceGreenOnceThresholdZeroKeepsAndLevelFro
 TEST(ImgToneCurve, EverySampleFollowsTheScalarRuleOnEveryRowVariant) {
   // A curve whose last segment rises, so samples above the window take the extension; NaN
   // and infinities take it too. The rectangle starts off a vector boundary, so a streamed
-  // row has a head written sample by sample; columns outside it keep the source.
+  // row has a head written sample by sample; columns outside it keep the source. Noise
+  // beyond the window puts a sample outside into nearly every vector; samples inside it
+  // (the window's ends included) fill whole vectors.
   float curve[5] = {0.1f, 0.3f, 0.2f, 0.7f, 0.9f}, own[5] = {0.0f, 0.5f, 0.6f, 0.65f, 1.0f};
   float* curves[4] = {curve, own, curve, own};
-  CRect rect(3, 0, 44, 4);
-  for (int planes : {1, 3}) {
-    auto src = leveltest::NoiseWithSpecials(planes, 100, 900);
+  CRect rect(3, 0, 98, 4);
+  for (int planes : {1, 3})
+    for (int inside : {0, 1}) {
+    auto src = inside ? Make(101, 4, planes, 100, 900, [](int x, int y, int p) {
+      // The window's top, and samples whose index t·4/255 falls on a whole number.
+      if (y == 1 && x >= 50 && x < 54) return 300.0 + 200.0 * (x - 50);
+      return 100.0 + (x * 37 + y * 11 + p * 5) % 800 + 0.25;
+    })
+                      : leveltest::NoiseWithSpecials(planes, 100, 900);
     leveltest::ForEveryRowVariant([&](int wide, int stream) {
       COrbImage dst(*src);
       static_cast<CImgToneCurve&>(dst).Do(curves, 5, src.get(), &rect, 0, 0);
@@ -95,7 +103,7 @@ TEST(ImgToneCurve, EverySampleFollowsTheScalarRuleOnEveryRowVariant) {
                   float u = CImgToneCurve::ApplyCurve(planes == 1 ? curve : curves[p + 1], 4, t);
                   if (planes == 3) u = CImgToneCurve::ApplyCurve(curve, 4, u);
                   return x >= rect.left && x < rect.right ? u / k + lo : v;
-                }), 0) << planes << " planes, wide " << wide << ", stream " << stream;
+                }), 0) << planes << " planes, inside " << inside << ", wide " << wide << ", stream " << stream;
     });
   }
 }
@@ -107,11 +115,11 @@ TEST(ImgToneCurve, CurvesOfMoreThanTwoToThe23PointsNeverReadPastTheirLastPoint) 
   curve[n - 1] = 0.75f;
   float* curves[1] = {curve.data()};
   EXPECT_EQ(CImgToneCurve::ApplyCurve(curve.data(), n - 1, 255.0f), 0.75f * 255.0f);
-  auto src = Make(13, 1, 1, 0, 255, [](int, int, int) { return 255.0f; });
+  auto src = Make(45, 1, 1, 0, 255, [](int, int, int) { return 255.0f; });
   leveltest::ForEveryRowVariant([&](int wide, int stream) {
     COrbImage dst(*src);
     static_cast<CImgToneCurve&>(dst).Do(curves, n, src.get(), nullptr, 0, 0);
-    for (int x = 0; x < 13; ++x)
+    for (int x = 0; x < 45; ++x)
       EXPECT_EQ(dst.GetPixelGrayRaw(x, 0, 0), 0.75f * 255.0f) << x << ", wide " << wide << ", stream " << stream;
   });
 }
