@@ -70,15 +70,20 @@ __attribute__((noinline)) void PatchOutside(const float* v, const int* inside, f
     if (!inside[j]) out[j] = outside(v[j]);
 }
 
+// Sample x by ToneIndex::Of: its table entry inside 0..255, outside(v) otherwise.
+template <class Outside>
+inline void LookupOne(const ToneIndex& index, const float* raw, const float* s, int x, float* out,
+                      const Outside& outside) {
+  const int i = index.Of(s[x]);
+  out[x] = i >= 0 ? raw[i] : outside(s[x]);
+}
+
 // The eight-wide row: eight samples a step, their table entries read with one gather and
 // written to out (streamed when kStream: the aligned part, the caller fences); the lanes
 // outside 0..255 are then recomputed out of line.
 template <bool kStream, class Outside>
 void LookupSpan8(const ToneIndex& index, const float* raw, const float* s, int n, float* out, const Outside& outside) {
-  auto one = [&](int x) {
-    const int i = index.Of(s[x]);
-    out[x] = i >= 0 ? raw[i] : outside(s[x]);
-  };
+  const auto one = [&](int x) { LookupOne(index, raw, s, x, out, outside); };
   int x = 0;
   if constexpr (kStream)
     for (const int head = UnalignedHead<8>(out, n); x < head; ++x) one(x);
@@ -119,10 +124,7 @@ QRN_WIDEST_INTRINSICS_BEGIN
 template <bool kStream, class Outside>
 QRN_WIDEST_TARGET void LookupRowWidest(const ToneIndex& index, const float* raw, const float* s, int n, float* out,
                                        const Outside& outside) {
-  auto one = [&](int x) {
-    const int i = index.Of(s[x]);
-    out[x] = i >= 0 ? raw[i] : outside(s[x]);
-  };
+  const auto one = [&](int x) { LookupOne(index, raw, s, x, out, outside); };
   int x = 0;
   if constexpr (kStream)
     for (const int head = UnalignedHead<16>(out, n); x < head; ++x) one(x);
